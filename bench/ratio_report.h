@@ -1,0 +1,8 @@
+// Runs the registered benchmarks and then prints, for every pair of runs named
+// "ours/<subject>" and "ref/<subject>", the two times and their ratio. On this shared
+// machine an absolute time means little; a ratio measured in the same run does.
+#pragma once
+
+// Runs everything (with the usual Google Benchmark flags) and prints the ratio table
+// under title. Returns the process exit code.
+int runBenchmarksWithRatios(int argc, char** argv, const char* title);

@@ -1,0 +1,39 @@
+// Vector kernels of the whole solver, over plain arrays of doubles.
+//
+// n is a signed count; n <= 0 does nothing, and a reduction then gives 0. None of them
+// allocates, locks or calls BLAS. The three sums (dotProduct, normSquared, normTwo) add
+// in one fixed order: four running sums take the terms of index 0 .. k-1 (k = n with its
+// two lowest bits cleared) by index modulo 4, they combine as ((s1 + s0) + s2) + s3, and
+// the last n - k terms are added from the highest index down. The result therefore does
+// not depend on the compiler or the machine.
+#pragma once
+
+// a[i] = a[i] + b[i]
+void addVector(double* a, const double* b, int n);
+
+// a[i] = a[i] + b[i] s   (the count comes before the scale here, and after it elsewhere)
+void addScaledVector(double* a, const double* b, int n, double s);
+
+// out[i] = a[i] sa + b[i] sb; out may be the same array as a or b.
+void combineVectors(double* out, const double* a, const double* b, double sa, double sb, int n);
+
+// x[i] = x[i] s
+void scaleVector(double* x, double s, int n);
+
+// a[i] = b[i] s
+void scaleInto(double* a, const double* b, double s, int n);
+
+// sum of a[i] b[i]
+double dotProduct(const double* a, const double* b, int n);
+
+// sum of x[i] x[i]
+double normSquared(const double* x, int n);
+
+// sqrt(normSquared(x, n))
+double normTwo(const double* x, int n);
+
+// largest |x[i]|, starting from 0; a NaN term leaves the maximum as it was.
+double normInf(const double* x, int n);
+
+// largest |a[i] - b[i]|, starting from 0; a NaN term leaves the maximum as it was.
+double normInfDiff(const double* a, const double* b, int n);

@@ -1,0 +1,32 @@
+#include "reporting/timing.h"
+
+#include "reporting/platform.h"
+
+void startTimer(Timer* timer) {
+    queryPerformanceFrequency(&timer->frequency);
+    queryPerformanceCounter(&timer->start);
+}
+
+double readTimer(Timer* timer) {
+    queryPerformanceCounter(&timer->now);
+    return static_cast<double>(timer->now - timer->start) * 1000.0 / static_cast<double>(timer->frequency);
+}
+
+volatile std::sig_atomic_t interruptFlag = 0;
+
+void startInterruptListener() {
+    interruptFlag = 0;
+    setConsoleCtrlHandler(consoleInterruptHandler, 1);
+}
+
+void endInterruptListener() { setConsoleCtrlHandler(consoleInterruptHandler, 0); }
+
+int isInterrupted() { return interruptFlag; }
+
+int consoleInterruptHandler(std::uint32_t controlType) {
+    if (controlType != kControlCEvent) return 0;
+    interruptFlag = 1;
+    return 1;
+}
+
+const char* versionText() { return "1.2.6-Vrena-Marlet"; }
