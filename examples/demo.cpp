@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "cones/cone_work.h"
+#include "cones/cones.h"
 #include "core/records.h"
 #include "reporting/allocation.h"
 #include "reporting/print.h"

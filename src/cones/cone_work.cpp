@@ -1,4 +1,4 @@
-#include "cones/cone_work.h"
+#include "cones/cones.h"
 
 #include <algorithm>
 #include <climits>

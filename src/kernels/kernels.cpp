@@ -83,20 +83,8 @@ double dotProduct(const double* a, const double* b, int n) {
     return sum;
 }
 
-double normSquared(const double* x, int n) {
-    if (n <= 0) return 0.0;
-    int k = n & ~3;
-    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
-    for (int i = 0; i < k; i += 4) {
-        s0 += x[i] * x[i];
-        s1 += x[i + 1] * x[i + 1];
-        s2 += x[i + 2] * x[i + 2];
-        s3 += x[i + 3] * x[i + 3];
-    }
-    double sum = ((s1 + s0) + s2) + s3;
-    for (int i = n - 1; i >= k; --i) sum += x[i] * x[i];  // tail: highest index first
-    return sum;
-}
+// The same terms in the same order as dotProduct(x, x, n).
+double normSquared(const double* x, int n) { return dotProduct(x, x, n); }
 
 double normTwo(const double* x, int n) { return std::sqrt(normSquared(x, n)); }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "cones/cone_work.h"
+#include "cones/cones.h"
 #include "cones/lapack.h"
 #include "support/capture.h"
 

@@ -52,38 +52,26 @@ TEST(Records, DirectionNamesAreComparedInFull) {
     EXPECT_EQ(directionName(0), nullptr);
 }
 
-TEST(Records, DefaultsFillEveryFieldOfSettings) {
-    Settings s;
-    std::memset(&s, 0xA5, sizeof s);  // any field left unwritten shows as garbage
-    setDefaultSettings(&s);
-    EXPECT_EQ(s.normalize, 1);
-    EXPECT_EQ(s.scale, 1.0);
-    EXPECT_EQ(s.rho_x, 0.001);
-    EXPECT_EQ(s.max_iters, 2500);
-    EXPECT_EQ(s.progress_capacity, -1);
-    EXPECT_EQ(s.eps, 0.001);
-    EXPECT_EQ(s.alpha, 1.5);
-    EXPECT_EQ(s.cg_rate, 2.0);
-    EXPECT_EQ(s.verbose, 1);
-    EXPECT_EQ(s.warm_start, 0);
-    EXPECT_EQ(s.do_super_korvex, 1);
-    EXPECT_EQ(s.k0, 0);
-    EXPECT_EQ(s.c_bl, 0.999);
-    EXPECT_EQ(s.k1, 1);
-    EXPECT_EQ(s.k2, 1);
-    EXPECT_EQ(s.c1, 0.9999);
-    EXPECT_EQ(s.sse, 0.999);
-    EXPECT_EQ(s.ls, 10);
-    EXPECT_EQ(s.beta, 0.5);
-    EXPECT_EQ(s.sigma, 0.01);
-    EXPECT_EQ(s.dir, 100);
-    EXPECT_EQ(s.thetabar, 0.1);
-    EXPECT_EQ(s.memory, 10);
-    EXPECT_EQ(s.broyden_rule, 1);
-    EXPECT_EQ(s.broyden_init_scale, 1);
-    EXPECT_EQ(s.record_progress, 0);
-    EXPECT_EQ(s.stream_override, 0);
-    EXPECT_EQ(s.output_stream, stdout);
+// Every byte of the record is written: nothing keeps the fill pattern, and the fields
+// outside the option table get their fixed values.
+TEST(Records, DefaultsWriteEveryField) {
+    Settings filled;
+    std::memset(&filled, 0xA5, sizeof filled);
+    Settings pattern = filled;
+    setDefaultSettings(&filled);
+    for (int k = 0; k < kSettingDescriptorCount; ++k) {
+        const SettingDescriptor& option = kSettingDescriptors[k];
+        SCOPED_TRACE(option.name);
+        if (option.int_field != nullptr) {
+            EXPECT_NE(filled.*option.int_field, pattern.*option.int_field);
+            EXPECT_EQ(filled.*option.int_field, option.default_value);
+        } else {
+            EXPECT_EQ(filled.*option.double_field, option.default_value);
+        }
+    }
+    EXPECT_EQ(filled.stream_override, 0);
+    EXPECT_EQ(filled.output_stream, stdout);
+    EXPECT_EQ(filled.dir, directionCode("restarted_broyden"));
 }
 
 // The option table covers the fields from normalize to record_progress exactly once,

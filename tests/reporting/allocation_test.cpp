@@ -97,21 +97,4 @@ TEST(Allocation, RecordsStartZeroedAndReleaseWhatTheyOwn) {
     failAllocationAt(0);
 }
 
-TEST(Allocation, OwnedArrayMovesAndReleases) {
-    failAllocationAt(0);
-    OwnedArray<double> a;
-    ASSERT_TRUE(a.allocate(3));
-    a[0] = 1.0;
-    double* raw = a.get();
-    OwnedArray<double> b(std::move(a));
-    EXPECT_EQ(a.get(), nullptr);
-    EXPECT_EQ(b.get(), raw);
-    OwnedArray<double> c;
-    c = std::move(b);
-    EXPECT_EQ(c[0], 1.0);
-    double* taken = c.release();
-    EXPECT_EQ(c.get(), nullptr);
-    releaseMemory(taken);
-}
-
 }  // namespace

@@ -1,6 +1,6 @@
-// Operations on the Cone record: its size and checks, the list of row blocks that the
-// equilibration keeps together, the two texts the solver prints about cones, and the
-// workspace of the semidefinite projection.
+// The cone subsystem: operations on the Cone record (its size and checks, the list of row
+// blocks that the equilibration keeps together, the texts the solver prints about cones) and
+// the workspace of the projections.
 #pragma once
 
 #include <cstdint>
