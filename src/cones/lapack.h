@@ -18,4 +18,12 @@ void dsyr_(const char* uplo, const int* n, const double* alpha, const double* x,
 void dscal_(const int* n, const double* alpha, double* x, const int* incx);
 
 double dnrm2_(const int* n, const double* x, const int* incx);
+
+// Full decompositions, which the solver does not call: the tests and the benchmarks use
+// them as references for the partial one.
+void dsyev_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda, double* w, double* work,
+            const int* lwork, int* info, std::size_t jobz_len, std::size_t uplo_len);
+
+void dsyevd_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda, double* w, double* work,
+             const int* lwork, int* iwork, const int* liwork, int* info, std::size_t jobz_len, std::size_t uplo_len);
 }
