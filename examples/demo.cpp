@@ -1,7 +1,7 @@
 // The bundled example of the README's first command: a small program over every cone
-// family, built in code, checked and described by the library.
+// family, built in code and solved by the standard iteration with the full report.
 //
-//   minimise   x0 + x1 + x2
+//   minimise   x0 + 2 x1 + 3 x2
 //   subject to x0 + x1 + x2 = 3                      (zero cone)
 //              x0 >= 0, x1 >= 0                      (non-negative cone)
 //              (x2 + 1, x0, x1) in the second-order cone
@@ -13,6 +13,7 @@
 
 #include "cones/cones.h"
 #include "core/records.h"
+#include "core/solver.h"
 #include "reporting/allocation.h"
 #include "reporting/print.h"
 #include "reporting/timing.h"
@@ -44,7 +45,7 @@ Example buildExample() {
     };
     Example e;
     e.b = {3, 0, 0, 1, 0, 0, 0, 0, 0, -1, 1, 0, 0, 0, 0};
-    e.c = {1, 1, 1};
+    e.c = {1, 2, 3};
     e.starts.push_back(0);
     for (int j = 0; j < 3; ++j) {
         for (int i = 0; i < static_cast<int>(A.size()); ++i) {
@@ -68,11 +69,16 @@ int main() {
     Data data{A.m, A.n, &A, e.b.data(), e.c.data(), &settings};
     Cone cone{1, 2, e.soc_sizes.data(), 1, e.sd_sizes.data(), 1, 1, 0, e.power_exponents.data(), 1};
 
-    printPlain("Korvex %s\n", versionText());
-    if (checkConeRecord(&data, &cone) != 0) return 1;
-    char* summary = coneSummaryText(&cone);
-    if (summary == nullptr) return 1;
-    printPlain("Example: n = %d, m = %d, nnz(A) = %d\n%s", data.n, data.m, A.p[A.n], summary);
-    releaseMemory(summary);
-    return 0;
+    settings.do_super_korvex = 0;
+    settings.eps = 1e-6;
+    settings.max_iters = 20000;
+    Solution solution{};
+    Info info{};
+    const int status = solveConeProgram(&data, &cone, &solution, &info);
+    printPlain("status %d, objective %.6f, x = (%.6f, %.6f, %.6f)\n", status, info.pobj, solution.x[0],
+               solution.x[1], solution.x[2]);
+    releaseMemory(solution.x);
+    releaseMemory(solution.y);
+    releaseMemory(solution.s);
+    return status == KORVEX_SOLVED ? 0 : 1;
 }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
 
 #include "cones/cones.h"
 #include "core/solver.h"
@@ -127,7 +128,11 @@ std::int64_t estimateMemory(const Work* work, const Cone* cone, const Data* data
 Work* initWork(const Data* data, const Cone* cone) {
     Settings* s = data->settings;
     const int o = s->stream_override;
-    RecordOwner<Work> work(createRecord<Work>());
+    // A set-up that gives up half-way releases what it made through freeWork.
+    struct WorkRelease {
+        void operator()(Work* w) const noexcept { freeWork(w); }
+    };
+    std::unique_ptr<Work, WorkRelease> work(createRecord<Work>());
     if (s->verbose != 0) printBanner(data, cone);
     if (!work) {
         printTo(o, stderr, "ERROR: allocating work failure\n");

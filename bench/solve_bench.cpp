@@ -1,0 +1,204 @@
+// One iteration of the standard loop, split into its parts, beside the time to stream
+// the bytes it must read once at the speed of memory.
+//
+// The problems are total-variation denoising on a side x side grid of pixels: find x
+// within 1 of a noisy image f minimising the sum over pixels of |(gradient x)_p|, with a
+// variable t_p per pixel,
+//     minimise sum t_p  subject to  |x_p - f_p| <= 1,  |(x_right - x_p, x_down - x_p)| <= t_p,
+// two non-negative rows and one second-order block of three rows per pixel. The factor of
+// K grows like that of a grid Laplacian.
+//
+// Per problem size:
+//   ours/iteration   one whole iteration: copy of u, projection step, cone projection,
+//                    update of v, residuals (the two products with A)
+//   ours/linear      the projection step alone (one solve with the factors)
+//   ours/cones       the cone projection and the update of v
+//   ours/residuals   the residuals alone
+//   ref/iteration    a plain loop reading once the bytes of L, A and the iteration vectors
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "core/solver.h"
+#include "linsys/linsys.h"
+#include "ratio_report.h"
+
+namespace {
+
+struct GridProblem {
+    int side = 0;
+    std::vector<double> values, b, c;
+    std::vector<int> rows, starts, soc;
+    SparseMatrix A{};
+    Settings settings{};
+    Data data{};
+    Cone cone{};
+    Work* work = nullptr;
+    Residuals residuals{};
+    int iteration = 0;
+    double stream_bytes = 0.0;
+    std::vector<std::uint64_t> stream;  // as many bytes as one iteration must read
+};
+
+// Builds the denoising problem, sets up its Work and runs the start of a solve.
+std::unique_ptr<GridProblem> buildGrid(int side) {
+    auto g = std::make_unique<GridProblem>();
+    g->side = side;
+    const int P = side * side;
+    const int n = 2 * P;      // x, then t
+    const int m = 2 * P + 3 * P;  // the box rows, then a second-order block per pixel
+    std::mt19937_64 engine(7);
+    std::normal_distribution<double> noise(0.0, 0.3);
+
+    std::vector<std::vector<std::pair<int, double>>> columns(n);
+    g->b.assign(m, 0.0);
+    for (int p = 0; p < P; ++p) {
+        const int r = p / side, q = p % side;
+        const double f = std::sin(0.05 * r) + std::cos(0.07 * q) + noise(engine);
+        columns[p].push_back({2 * p, 1.0});  //  x_p - f_p <= 1
+        g->b[2 * p] = 1.0 + f;
+        columns[p].push_back({2 * p + 1, -1.0});  // -x_p + f_p <= 1
+        g->b[2 * p + 1] = 1.0 - f;
+        const int block = 2 * P + 3 * p;  // s = (t_p, x_right - x_p, x_down - x_p)
+        columns[P + p].push_back({block, -1.0});
+        if (q + 1 < side) {
+            columns[p].push_back({block + 1, 1.0});
+            columns[p + 1].push_back({block + 1, -1.0});
+        }
+        if (r + 1 < side) {
+            columns[p].push_back({block + 2, 1.0});
+            columns[p + side].push_back({block + 2, -1.0});
+        }
+    }
+    g->starts.push_back(0);
+    for (auto& column : columns) {
+        std::sort(column.begin(), column.end());
+        for (auto [row, value] : column) {
+            g->rows.push_back(row);
+            g->values.push_back(value);
+        }
+        g->starts.push_back(static_cast<int>(g->rows.size()));
+    }
+    g->c.assign(n, 0.0);
+    for (int p = 0; p < P; ++p) g->c[P + p] = 1.0;
+    g->soc.assign(P, 3);
+
+    g->A = SparseMatrix{g->values.data(), g->rows.data(), g->starts.data(), m, n};
+    setDefaultSettings(&g->settings);
+    g->settings.do_super_korvex = 0;
+    g->settings.verbose = 0;
+    g->data = Data{m, n, &g->A, g->b.data(), g->c.data(), &g->settings};
+    g->cone = Cone{0, 2 * P, g->soc.data(), P, nullptr, 0, 0, 0, nullptr, 0};
+    g->work = initWork(&g->data, &g->cone);
+    if (g->work == nullptr) return nullptr;
+    Solution none{};
+    startVectors(&g->data, g->work, &none);
+    g->residuals.last_iter = -1;
+
+    // Bytes an iteration must read at least once: L and A (values, indices, pointers)
+    // and the vectors it touches (u, v, u_t, u_prev, h, g of l entries; b, pr of m; c, dr of n).
+    const cs* L = g->work->lin_sys->L;
+    const double N = L->n;
+    const double l = g->work->l;
+    const double bytes_L = 12.0 * L->p[L->n] + 4.0 * (N + 1) + 8.0 * N /* diag */ + 4.0 * N /* perm */;
+    const double bytes_A = 12.0 * g->A.p[n] + 4.0 * (n + 1);
+    const double bytes_vectors = 8.0 * (6 * l + 2 * m + 2 * n);
+    g->stream_bytes = bytes_L + bytes_A + bytes_vectors;
+    g->stream.assign(static_cast<std::size_t>(g->stream_bytes / 8), 1);
+    std::printf("grid %d: n = %d, m = %d, nnz(A) = %d, nnz(L) = %d, bytes streamed %.1f MB (L %.1f, A %.1f)\n",
+                side, n, m, g->A.p[n], L->p[L->n], g->stream_bytes / 1e6, bytes_L / 1e6, bytes_A / 1e6);
+    return g;
+}
+
+GridProblem& grid(int side) {
+    static std::map<int, std::unique_ptr<GridProblem>> built;
+    auto& slot = built[side];
+    if (!slot) slot = buildGrid(side);
+    return *slot;
+}
+
+void oneIteration(GridProblem& g) {
+    Work* w = g.work;
+    std::copy(w->u.get(), w->u.get() + w->l, w->u_prev.get());
+    projectLinSys(w, g.iteration);
+    projectCones(w, &g.cone);
+    updateDualVariables(w);
+    computeResidualsStandard(w, &g.residuals, g.iteration);
+    ++g.iteration;
+}
+
+void oursIteration(benchmark::State& state) {
+    GridProblem& g = grid(static_cast<int>(state.range(0)));
+    for (auto _ : state) oneIteration(g);
+}
+
+void oursLinear(benchmark::State& state) {
+    GridProblem& g = grid(static_cast<int>(state.range(0)));
+    for (auto _ : state) projectLinSys(g.work, g.iteration);
+}
+
+void oursCones(benchmark::State& state) {
+    GridProblem& g = grid(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        projectCones(g.work, &g.cone);
+        updateDualVariables(g.work);
+    }
+}
+
+void oursResiduals(benchmark::State& state) {
+    GridProblem& g = grid(static_cast<int>(state.range(0)));
+    for (auto _ : state) computeResidualsStandard(g.work, &g.residuals, ++g.iteration);
+}
+
+void refIteration(benchmark::State& state) {
+    GridProblem& g = grid(static_cast<int>(state.range(0)));
+    const std::uint64_t* data = g.stream.data();
+    const std::size_t count = g.stream.size();
+    for (auto _ : state) {
+        std::uint64_t sum = 0;
+        for (std::size_t k = 0; k < count; ++k) sum += data[k];
+        benchmark::DoNotOptimize(sum);
+    }
+}
+
+void sizes(benchmark::internal::Benchmark* b) {
+    for (int side : {30, 100, 300}) b->Arg(side);
+    b->Unit(benchmark::kMicrosecond);
+}
+
+}  // namespace
+
+BENCHMARK(oursIteration)->Name("ours/iteration")->Apply(sizes);
+BENCHMARK(refIteration)->Name("ref/iteration")->Apply(sizes);
+BENCHMARK(oursLinear)->Name("ours/linear")->Apply(sizes);
+BENCHMARK(oursCones)->Name("ours/cones")->Apply(sizes);
+BENCHMARK(oursResiduals)->Name("ours/residuals")->Apply(sizes);
+
+int main(int argc, char** argv) {
+    const int status =
+        runBenchmarksWithRatios(argc, argv, "One standard iteration against streaming its bytes once");
+    const auto& t = benchmarkTimesNs();
+    std::printf("\n%-8s %12s %12s %12s %12s %12s %8s\n", "grid", "stream us", "iteration", "linear", "cones",
+                "residuals", "ratio");
+    for (int side : {30, 100, 300}) {
+        // Median time of a run in microseconds, NaN when it did not run.
+        auto us = [&](const char* kind) {
+            char name[64];
+            std::snprintf(name, sizeof name, "%s/%d", kind, side);
+            auto found = t.find(name);
+            return found == t.end() ? NAN : found->second / 1e3;
+        };
+        if (std::isnan(us("ours/iteration")) || std::isnan(us("ref/iteration"))) continue;
+        std::printf("%-8d %12.1f %12.1f %12.1f %12.1f %12.1f %8.2f\n", side, us("ref/iteration"), us("ours/iteration"),
+                    us("ours/linear"), us("ours/cones"), us("ours/residuals"),
+                    us("ours/iteration") / us("ref/iteration"));
+    }
+    return status;
+}
