@@ -1,12 +1,9 @@
 // One iteration of the standard loop, split into its parts, beside the time to stream
 // the bytes it must read once at the speed of memory.
 //
-// The problems are total-variation denoising on a side x side grid of pixels: find x
-// within 1 of a noisy image f minimising the sum over pixels of |(gradient x)_p|, with a
-// variable t_p per pixel,
-//     minimise sum t_p  subject to  |x_p - f_p| <= 1,  |(x_right - x_p, x_down - x_p)| <= t_p,
-// two non-negative rows and one second-order block of three rows per pixel. The factor of
-// K grows like that of a grid Laplacian.
+// The problems are total-variation denoising on a side x side grid of pixels
+// (generated_problems.h): two non-negative rows and one second-order block of three rows
+// per pixel. The factor of K grows like that of a grid Laplacian.
 //
 // Per problem size:
 //   ours/iteration   one whole iteration: copy of u, projection step, cone projection,
@@ -27,79 +24,33 @@
 #include <vector>
 
 #include "core/solver.h"
+#include "generated_problems.h"
 #include "linsys/linsys.h"
 #include "ratio_report.h"
 
 namespace {
 
 struct GridProblem {
-    int side = 0;
-    std::vector<double> values, b, c;
-    std::vector<int> rows, starts, soc;
-    SparseMatrix A{};
-    Settings settings{};
-    Data data{};
-    Cone cone{};
+    std::unique_ptr<GeneratedProblem> problem;
     Work* work = nullptr;
     Residuals residuals{};
     int iteration = 0;
     double stream_bytes = 0.0;
     std::vector<std::uint64_t> stream;  // as many bytes as one iteration must read
+    Cone cone{};
 };
 
-// Builds the denoising problem, sets up its Work and runs the start of a solve.
+// Sets up the Work of the denoising problem and runs the start of a solve.
 std::unique_ptr<GridProblem> buildGrid(int side) {
     auto g = std::make_unique<GridProblem>();
-    g->side = side;
-    const int P = side * side;
-    const int n = 2 * P;      // x, then t
-    const int m = 2 * P + 3 * P;  // the box rows, then a second-order block per pixel
-    std::mt19937_64 engine(7);
-    std::normal_distribution<double> noise(0.0, 0.3);
-
-    std::vector<std::vector<std::pair<int, double>>> columns(n);
-    g->b.assign(m, 0.0);
-    for (int p = 0; p < P; ++p) {
-        const int r = p / side, q = p % side;
-        const double f = std::sin(0.05 * r) + std::cos(0.07 * q) + noise(engine);
-        columns[p].push_back({2 * p, 1.0});  //  x_p - f_p <= 1
-        g->b[2 * p] = 1.0 + f;
-        columns[p].push_back({2 * p + 1, -1.0});  // -x_p + f_p <= 1
-        g->b[2 * p + 1] = 1.0 - f;
-        const int block = 2 * P + 3 * p;  // s = (t_p, x_right - x_p, x_down - x_p)
-        columns[P + p].push_back({block, -1.0});
-        if (q + 1 < side) {
-            columns[p].push_back({block + 1, 1.0});
-            columns[p + 1].push_back({block + 1, -1.0});
-        }
-        if (r + 1 < side) {
-            columns[p].push_back({block + 2, 1.0});
-            columns[p + side].push_back({block + 2, -1.0});
-        }
-    }
-    g->starts.push_back(0);
-    for (auto& column : columns) {
-        std::sort(column.begin(), column.end());
-        for (auto [row, value] : column) {
-            g->rows.push_back(row);
-            g->values.push_back(value);
-        }
-        g->starts.push_back(static_cast<int>(g->rows.size()));
-    }
-    g->c.assign(n, 0.0);
-    for (int p = 0; p < P; ++p) g->c[P + p] = 1.0;
-    g->soc.assign(P, 3);
-
-    g->A = SparseMatrix{g->values.data(), g->rows.data(), g->starts.data(), m, n};
-    setDefaultSettings(&g->settings);
-    g->settings.do_super_korvex = 0;
-    g->settings.verbose = 0;
-    g->data = Data{m, n, &g->A, g->b.data(), g->c.data(), &g->settings};
-    g->cone = Cone{0, 2 * P, g->soc.data(), P, nullptr, 0, 0, 0, nullptr, 0};
-    g->work = initWork(&g->data, &g->cone);
+    g->problem = totalVariation(side);
+    GeneratedProblem& p = *g->problem;
+    p.settings.do_super_korvex = 0;
+    g->cone = p.cone;
+    g->work = initWork(&p.data, &p.cone);
     if (g->work == nullptr) return nullptr;
     Solution none{};
-    startVectors(&g->data, g->work, &none);
+    startVectors(&p.data, g->work, &none);
     g->residuals.last_iter = -1;
 
     // Bytes an iteration must read at least once: L and A (values, indices, pointers)
@@ -108,12 +59,12 @@ std::unique_ptr<GridProblem> buildGrid(int side) {
     const double N = L->n;
     const double l = g->work->l;
     const double bytes_L = 12.0 * L->p[L->n] + 4.0 * (N + 1) + 8.0 * N /* diag */ + 4.0 * N /* perm */;
-    const double bytes_A = 12.0 * g->A.p[n] + 4.0 * (n + 1);
-    const double bytes_vectors = 8.0 * (6 * l + 2 * m + 2 * n);
+    const double bytes_A = 12.0 * p.A.p[p.n] + 4.0 * (p.n + 1);
+    const double bytes_vectors = 8.0 * (6 * l + 2 * p.m + 2 * p.n);
     g->stream_bytes = bytes_L + bytes_A + bytes_vectors;
     g->stream.assign(static_cast<std::size_t>(g->stream_bytes / 8), 1);
     std::printf("grid %d: n = %d, m = %d, nnz(A) = %d, nnz(L) = %d, bytes streamed %.1f MB (L %.1f, A %.1f)\n",
-                side, n, m, g->A.p[n], L->p[L->n], g->stream_bytes / 1e6, bytes_L / 1e6, bytes_A / 1e6);
+                side, p.n, p.m, p.A.p[p.n], L->p[L->n], g->stream_bytes / 1e6, bytes_L / 1e6, bytes_A / 1e6);
     return g;
 }
 
