@@ -64,30 +64,17 @@ SolveArguments::SolveArguments(std::int32_t id, const HostProblem& problem, cons
     setInteger(36, settings.record_progress);
 }
 
-void SolveArguments::setInteger(int position, std::int32_t value) {
-    values_[position].integer = value;
-    slots_[position] = &values_[position].integer;
-}
+void SolveArguments::setInteger(int position, std::int32_t value) { set(position, &Value::integer, value); }
 
-void SolveArguments::setReal(int position, double value) {
-    values_[position].real = value;
-    slots_[position] = &values_[position].real;
-}
+void SolveArguments::setReal(int position, double value) { set(position, &Value::real, value); }
 
-void SolveArguments::setTensor(int position, HostTensor value) {
-    values_[position].tensor = value;
-    slots_[position] = &values_[position].tensor;
-}
+void SolveArguments::setTensor(int position, HostTensor value) { set(position, &Value::tensor, value); }
 
-void SolveArguments::setSparse(int position, HostSparse value) {
-    values_[position].sparse = value;
-    slots_[position] = &values_[position].sparse;
-}
+void SolveArguments::setSparse(int position, HostSparse value) { set(position, &Value::sparse, value); }
 
 void SolveArguments::setText(int position, const std::string& value) {
     texts_[position] = value;
-    values_[position].text = texts_[position].data();
-    slots_[position] = &values_[position].text;
+    set(position, &Value::text, texts_[position].data());
 }
 
 }  // namespace standin

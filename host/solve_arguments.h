@@ -75,6 +75,13 @@ private:
         HostSparse sparse = nullptr;
         char* text = nullptr;
     };
+    // The value at position, and its slot pointing at it.
+    template <class T>
+    void set(int position, T Value::*member, T value) {
+        values_[position].*member = value;
+        slots_[position] = &(values_[position].*member);
+    }
+
     std::array<Value, kCount> values_;
     std::array<HostArgument, kCount> slots_{};
     std::array<std::string, kCount> texts_;

@@ -118,17 +118,6 @@ TEST_F(LinkRecords, ProblemArraysAreCopiedWithZeroBasedRows) {
     EXPECT_EQ(std::vector<double>(cone.power_exponents, cone.power_exponents + cone.power_triples), mixed.power);
 }
 
-TEST_F(LinkRecords, EmptySizeListsLeaveTheConeArraysNull) {
-    const standin::HostProblem problem(coneProgram(knownProblems()[0]));
-    standin::SolveArguments arguments(1, problem, Settings{}, "");
-    CallRecords call(host, arguments);
-    ASSERT_EQ(call.fill(), 0);
-    EXPECT_EQ(call.cone->soc_blks + call.cone->sd_blks + call.cone->power_triples, 0);
-    EXPECT_EQ(call.cone->soc_sizes, nullptr);
-    EXPECT_EQ(call.cone->sd_sizes, nullptr);
-    EXPECT_EQ(call.cone->power_exponents, nullptr);
-}
-
 TEST_F(LinkRecords, AnEmptySolutionIsStoredAsNaN) {
     // An iteration that returns before filling the solution leaves its vectors null.
     KorvexSolutionMap_manage(host, 0, 3);

@@ -10,6 +10,22 @@
 
 namespace {
 
+// The scalar accessors and the field of Info each must report.
+struct ScalarField {
+    KorvexLinkFunction KorvexLink::*accessor;
+    double Info::*field;
+};
+
+const ScalarField kRealFields[] = {
+    {&KorvexLink::ret_pobj, &Info::pobj},           {&KorvexLink::ret_dobj, &Info::dobj},
+    {&KorvexLink::ret_resPri, &Info::resPri},       {&KorvexLink::ret_resDual, &Info::resDual},
+    {&KorvexLink::ret_resInfeas, &Info::resInfeas}, {&KorvexLink::ret_resUnbdd, &Info::resUnbdd},
+    {&KorvexLink::ret_relGap, &Info::relGap},
+};
+
+// Two doubles that are the same value, NaN included.
+bool sameValue(double a, double b) { return (std::isnan(a) && std::isnan(b)) || a == b; }
+
 using LinkSolve = LinkTest;
 
 bool allNaN(const std::vector<double>& values) {
@@ -20,6 +36,9 @@ bool allNaN(const std::vector<double>& values) {
 }
 
 TEST_F(LinkSolve, EveryConeFamilyMatchesTheDirectSolveBitForBit) {
+    // The same problem solved in this process straight through the core is the
+    // reference, bit for bit: the link must hand every value on unchanged, each through
+    // its own accessor.
     for (const Problem& problem : knownProblems()) {
         SCOPED_TRACE(problem.name);
         SolveRun direct(problem);
@@ -30,8 +49,20 @@ TEST_F(LinkSolve, EveryConeFamilyMatchesTheDirectSolveBitForBit) {
         const std::int32_t id = createInstance();
         ASSERT_EQ(solve(id, host_problem, linkTestSettings()), KORVEX_SOLVED);
         EXPECT_EQ(field<std::int32_t>(&KorvexLink::ret_iter, id), direct.info.iter);
-        EXPECT_EQ(field<double>(&KorvexLink::ret_pobj, id), direct.info.pobj);
+        EXPECT_EQ(field<std::int32_t>(&KorvexLink::ret_statusVal, id), KORVEX_SOLVED);
+        EXPECT_STREQ(field<char*>(&KorvexLink::ret_status, id), "Solved");
+        for (const ScalarField& scalar : kRealFields) {
+            const double value = field<double>(scalar.accessor, id);
+            EXPECT_TRUE(sameValue(value, direct.info.*scalar.field)) << value << " vs " << direct.info.*scalar.field;
+        }
         EXPECT_NEAR(field<double>(&KorvexLink::ret_pobj, id), problem.objective, 1e-4 * (1 + std::fabs(problem.objective)));
+        // Times are measured anew, so only their kind is known: milliseconds of this solve.
+        const double setup = field<double>(&KorvexLink::ret_setupTime, id);
+        const double solve_time = field<double>(&KorvexLink::ret_solveTime, id);
+        EXPECT_GT(setup, 0.0);
+        EXPECT_GT(solve_time, 0.0);
+        EXPECT_LT(setup + solve_time, 60000.0);
+
         const int m = problem.m(), n = problem.n();
         EXPECT_EQ(vector(&KorvexLink::ret_x, id), std::vector<double>(direct.solution.x, direct.solution.x + n));
         EXPECT_EQ(vector(&KorvexLink::ret_y, id), std::vector<double>(direct.solution.y, direct.solution.y + m));
