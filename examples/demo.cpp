@@ -1,5 +1,6 @@
 // The bundled example of the README's first command: a small program over every cone
-// family, built in code and solved by the standard iteration with the full report.
+// family, built in code and solved with the library's default settings (the Marlet
+// iteration) and its full report.
 //
 //   minimise   x0 + 2 x1 + 3 x2
 //   subject to x0 + x1 + x2 = 3                      (zero cone)
@@ -69,7 +70,6 @@ int main() {
     Data data{A.m, A.n, &A, e.b.data(), e.c.data(), &settings};
     Cone cone{1, 2, e.soc_sizes.data(), 1, e.sd_sizes.data(), 1, 1, 0, e.power_exponents.data(), 1};
 
-    settings.do_super_korvex = 0;
     settings.eps = 1e-6;
     settings.max_iters = 20000;
     Solution solution{};

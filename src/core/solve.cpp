@@ -9,6 +9,7 @@
 
 #include "cones/cones.h"
 #include "core/solver.h"
+#include "directions/directions.h"
 #include "linsys/linsys.h"
 #include "reporting/print.h"
 #include "reporting/report.h"
@@ -161,6 +162,14 @@ Work* initWork(const Data* data, const Cone* cone) {
             return nullptr;
         }
         w->step_size = 1.0;
+        if ((s->dir == KORVEX_DIR_RESTARTED_BROYDEN || s->dir == KORVEX_DIR_RESTARTED_BROYDEN_V2) && s->memory > 0) {
+            w->su_cache = initYSCache(w->l, s->memory);
+            if (w->su_cache == nullptr) {
+                printTo(o, stderr, "ERROR: allocating YSCache failure\n");
+                printTo(o, stderr, "ERROR: `su_cache` memory allocation failure\n");
+                return nullptr;
+            }
+        }
         if (s->dir == KORVEX_DIR_FULL_BROYDEN) {
             if (!allocateVector(w->H, l * l, "H", o)) return nullptr;
             for (std::int64_t i = 0; i < l; ++i) w->H[i * (l + 1)] = 1.0;
@@ -208,6 +217,7 @@ void freeWork(Work* work) {
     if (work->settings != nullptr && work->settings->normalize != 0) freeMatrix(work->A);
     releasePriv(work->lin_sys);
     destroyRecord(work->scaling);
+    freeYSCache(work->su_cache);
     destroyRecord(work);
 }
 
@@ -244,8 +254,7 @@ int solveConeProgram(const Data* data, const Cone* cone, Solution* solution, Inf
             printTo(o, s->output_stream, "Running SuperKorvex...\n");
             printMemoryLine(s, estimateMemory(work, cone, data, info));
         }
-        failSolve(work, m, n, solution, info, KORVEX_FAILED,
-                  "the Marlet iteration is not available yet; set do_super_korvex to 0", "Failure", o);
+        runMarletIteration(work, data, cone, solution, info);
     } else {
         if (s->verbose > 0) printTo(o, s->output_stream, "Running Standard KORVEX...\n");
         runStandardIteration(work, data, cone, solution, info);

@@ -50,6 +50,41 @@ int projectCones(Work* work, const Cone* cone);
 // v += u - alpha u_t - (1 - alpha) u_prev on entries n .. l-1.
 void updateDualVariables(Work* work);
 
+// ---- Marlet iteration ----------------------------------------------------------------
+
+// Seeks a zero of the fixed-point residual R(u) = u_t - u_b (u_t the projection step of u,
+// u_b the cone projection of its reflection 2 u_t - u) along quasi-Newton directions,
+// accepting blind, educated or safeguarded steps, and otherwise the plain step
+// u - alpha R. Measures and returns the reflected point (u_b, s_b, kappa_b).
+int runMarletIteration(Work* work, const Data* data, const Cone* cone, Solution* solution, Info* info);
+
+// out = 2 a - b over l entries, its y block projected onto the dual cone, tau clamped at
+// 0. Result of the cone projection.
+int projectConesv2(double* out, const double* a, const double* b, Work* work, const Cone* cone);
+
+// s_b = (p_b - 2 p_t + p) on the y block and kappa_b the same on the last entry: the
+// slack and kap of the reflected point.
+void computeReflectedSlack(const double* p, const double* p_b, const double* p_t, Work* work);
+
+// out[i] = a[i] - b[i] for count entries.
+void differenceInto(double* out, const double* a, const double* b, int count);
+
+// |p|_M = sqrt(rho_x |p_x|^2 + |p_r|^2) and <p, q>_M = rho_x <p_x, q_x> + <p_r, q_r>, the
+// norm and inner product of the Marlet iteration (x block weighted by rho_x).
+double weightedNorm(const Work* work, const double* p);
+double weightedDot(const Work* work, const double* p, const double* q);
+
+// ---- Progress history ---------------------------------------------------------------
+
+// With record_progress set, makes the ten history arrays of info hold max_iters entries:
+// allocates the missing ones (codes -1 .. -10 on failure) and, when progress_capacity is
+// known and smaller, resizes all of them keeping their contents (codes -100 .. -109).
+// Returns 0 on success.
+int prepareProgressArrays(Info* info, const Work* work);
+
+// Releases the ten history arrays of info and clears them; the core never does this.
+void releaseProgressArrays(Info* info);
+
 // ---- Residuals, stopping and status -------------------------------------------------
 
 // The figures of the standard iterate (x, y of u and s of v), in the caller's units.

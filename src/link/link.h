@@ -143,10 +143,6 @@ void releaseSolution(Solution* solution);
 // sparseFree) and the record; null does nothing.
 void releaseLinkInput(HostData host, LinkInput* input);
 
-// Frees the ten progress arrays a Marlet solve may leave in info and clears them, with
-// progress_count. Nothing of them reaches the host.
-void releaseProgressArrays(Info* info);
-
 // The whole of one KorvexLinkSolve call: the statusVal of the solve, or -4 when the
 // arguments were refused or no instance exists for the id at position 0 (nothing is then
 // stored). The status is written through result, an int32_t, before the clones go.

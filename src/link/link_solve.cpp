@@ -278,24 +278,6 @@ void releaseLinkInput(HostData host, LinkInput* input) {
     destroyRecord(input);
 }
 
-void releaseProgressArrays(Info* info) {
-    releaseMemory(info->progress_iteration);
-    releaseMemory(info->progress_rel_gap);
-    releaseMemory(info->progress_res_pri);
-    releaseMemory(info->progress_res_dual);
-    releaseMemory(info->progress_primal_cost);
-    releaseMemory(info->progress_dual_cost);
-    releaseMemory(info->progress_fpr_norm);
-    releaseMemory(info->progress_time_ms);
-    releaseMemory(info->progress_step_kind);
-    releaseMemory(info->progress_ls_count);
-    info->progress_iteration = info->progress_step_kind = info->progress_ls_count = nullptr;
-    info->progress_rel_gap = info->progress_res_pri = info->progress_res_dual = nullptr;
-    info->progress_primal_cost = info->progress_dual_cost = info->progress_fpr_norm = nullptr;
-    info->progress_time_ms = nullptr;
-    info->progress_count = 0;
-}
-
 std::int32_t linkSolve(HostData host, HostArgument* arguments, HostArgument result) {
     std::int32_t status = KORVEX_FAILED;
     const auto answer = [&] {
@@ -332,6 +314,7 @@ std::int32_t linkSolve(HostData host, HostArgument* arguments, HostArgument resu
         status = instance != nullptr ? instance->statusVal : info.statusVal;
     }
 
+    // The progress history a Marlet solve may leave in info reaches no accessor.
     releaseProgressArrays(&info);
     releaseProblemRecords(data, cone);
     releaseSolution(solution);

@@ -46,6 +46,7 @@ struct LinSysWork {
     OwnedArray<int> perm;         // N: perm[k] is the row and column of K eliminated k-th
     OwnedArray<double> rhs_work;  // N: scratch of solveWithFactors
     double solve_time_ms;         // milliseconds in solves since set-up or the last summary
+    long long solve_count;        // solves since set-up: what an iteration's steps cost, for the curious
     ~LinSysWork();                // releases L
 };
 

@@ -157,6 +157,7 @@ int solveWithFactors(const SparseMatrix* /*A*/, const Settings* /*settings*/, Li
     }
 
     lin_sys->solve_time_ms += readTimer(&timer);
+    ++lin_sys->solve_count;
     return 0;
 }
 

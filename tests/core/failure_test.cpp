@@ -133,6 +133,37 @@ TEST(Failure, EveryAllocationOfTheSetupFailingInTurn) {
     EXPECT_GT(k, 20);
 }
 
+TEST(Failure, EveryAllocationOfTheMarletSetupFailingInTurn) {
+    // The same road with the Marlet arrays: no v, then the iteration's own vectors, the
+    // direction cache (its record and two arrays) and the line-search vectors.
+    const char* const expected[] = {
+        "ERROR: allocating work failure\n", "ERROR: `u` memory allocation failure\n",
+        "ERROR: `u_b` memory allocation failure\n", "ERROR: `u_t` memory allocation failure\n",
+        "ERROR: `u_prev` memory allocation failure\n", "ERROR: `h` memory allocation failure\n",
+        "ERROR: `g` memory allocation failure\n", "ERROR: `pr` memory allocation failure\n",
+        "ERROR: `dr` memory allocation failure\n", "ERROR: `b` memory allocation failure\n",
+        "ERROR: `c` memory allocation failure\n", "ERROR: `R` memory allocation failure\n",
+        "ERROR: `R_prev` memory allocation failure\n", "ERROR: `dir` memory allocation failure\n",
+        "ERROR: `dut` memory allocation failure\n", "ERROR: `s_b` memory allocation failure\n",
+        "ERROR: allocating YSCache failure\nERROR: `su_cache` memory allocation failure\n",
+        "ERROR: allocating YSCache failure\nERROR: `su_cache` memory allocation failure\n",
+        "ERROR: allocating YSCache failure\nERROR: `su_cache` memory allocation failure\n",
+        "ERROR: `Sk` memory allocation failure\n", "ERROR: `Yk` memory allocation failure\n",
+        "ERROR: `wu` memory allocation failure\n", "ERROR: `Rwu` memory allocation failure\n",
+        "ERROR: `wu_t` memory allocation failure\n", "ERROR: `wu_b` memory allocation failure\n",
+    };
+    const Problem problem = knownProblems()[3];
+    for (long k = 1; k <= 25; ++k) {
+        SCOPED_TRACE(k);
+        SolveRun run(problem);
+        run.settings.do_super_korvex = 1;
+        failAllocationAt(k);
+        EXPECT_EQ(run.solve(), KORVEX_FAILED);
+        failAllocationAt(0);
+        EXPECT_EQ(run.report, std::string(expected[k - 1]) + "Failure:could not initialize work\n");
+    }
+}
+
 // A Work of a real set-up whose residual record is filled by hand, so that
 // finishSolution decides on chosen figures. normalize is 0: no units to undo.
 class FinishAtTheLimit : public ::testing::Test {

@@ -1,6 +1,6 @@
 // The steps inside a KorvexLinkSolve call, run in this process against the stand-in
 // host: the records they build from the arguments, the NaN vectors of an empty solution,
-// the release of the progress arrays, and every allocation of a call failing in turn.
+// and every allocation of a call failing in turn.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -138,23 +138,6 @@ TEST_F(LinkRecords, AnEmptySolutionIsStoredAsNaN) {
     EXPECT_EQ(storeSolution(host, 4, &empty, &info, &data), nullptr);  // no instance, nothing stored
     KorvexSolutionMap_manage(host, 1, 3);
     EXPECT_TRUE(solutionMap.empty());
-}
-
-TEST_F(LinkRecords, ProgressArraysLeftInInfoAreReleased) {
-    Info info{};
-    const int k = 25;
-    info.progress_count = k;
-    info.progress_iteration = allocateArray<std::int32_t>(k);
-    info.progress_step_kind = allocateArray<std::int32_t>(k);
-    info.progress_ls_count = allocateArray<std::int32_t>(k);
-    for (double** array : {&info.progress_rel_gap, &info.progress_res_pri, &info.progress_res_dual,
-                           &info.progress_primal_cost, &info.progress_dual_cost, &info.progress_fpr_norm,
-                           &info.progress_time_ms}) {
-        *array = allocateArray<double>(k);
-    }
-    releaseProgressArrays(&info);  // the sanitizer build sees any block that stays
-    Info cleared{};
-    EXPECT_EQ(std::memcmp(&info, &cleared, sizeof info), 0);
 }
 
 TEST_F(LinkRecords, EveryAllocationOfACallMayFail) {
