@@ -44,10 +44,9 @@ int main(int argc, char** argv) {
     lp.linear_vars = 4;
     standin::HostProblem problem(lp);
 
-    // 4. Every option by position: the library's defaults with the standard iteration.
+    // 4. Every option by position: here the library's defaults.
     Settings settings;
     setDefaultSettings(&settings);
-    settings.do_super_korvex = 0;
     standin::SolveArguments arguments(id, problem, settings, "restarted_broyden");
     std::int32_t status = 0;
     link.solve(host, standin::SolveArguments::kCount, arguments.slots(), &status);

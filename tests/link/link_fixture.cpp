@@ -6,10 +6,11 @@
 KorvexLink LinkTest::link;
 
 Settings linkTestSettings() {
-    Settings settings;
-    setDefaultSettings(&settings);
-    useTestSettings(&settings);
-    settings.do_super_korvex = 0;  // the Marlet iteration is not available yet
+    Settings defaults;
+    setDefaultSettings(&defaults);
+    Settings settings = defaults;
+    useTestSettings(&settings);                           // quiet, eps 1e-6, a generous limit
+    settings.do_super_korvex = defaults.do_super_korvex;  // and the library's own iteration
     return settings;
 }
 
@@ -108,6 +109,8 @@ std::string ConsoleTap::finish() {
         stdout = saved_;
         std::fclose(stream_);
         stream_ = nullptr;
+        // A failure reported inside the scope went into the tap too: show it all.
+        if (testing::Test::HasFailure()) std::fwrite(text_.data(), 1, text_.size(), stdout);
     }
     return text_;
 }

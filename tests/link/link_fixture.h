@@ -19,8 +19,8 @@
 inline constexpr const char* kManager = "korvex_solution_instance_manager";
 
 // The options of every solve through the link unless a test says otherwise: the
-// library's defaults with the settings of the end-to-end suites (quiet, eps 1e-6), and
-// the standard iteration while the Marlet iteration is not available.
+// library's defaults (the Marlet iteration), quiet, with the tolerance and iteration
+// limit of the end-to-end suites.
 Settings linkTestSettings();
 
 // The same cone program in the stand-in host's terms.
