@@ -1,0 +1,86 @@
+// A stand-in for the closed host application, for tests and tools: it implements the
+// callback table of link/host_interface.h with tensors of integers and reals, sparse
+// arrays with one-based indices and a registry of instance managers, and it counts its
+// live objects so that a test can tell whether the library leaks host objects.
+//
+// The callbacks carry no context of their own, so the state is process-wide, as in the
+// real host. Everything runs on the calling thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "link/host_interface.h"
+
+namespace standin {
+
+// The callback table to hand to the library.
+HostData callbackTable();
+
+// ---- Tensors (rank 1) -------------------------------------------------------------------
+
+HostTensor newRealTensor(const std::vector<double>& values);
+HostTensor newIntegerTensor(const std::vector<std::int32_t>& values);
+
+// The type of a tensor: KORVEX_HOST_INTEGER or KORVEX_HOST_REAL.
+std::int32_t tensorType(HostTensor tensor);
+
+// The entries of a tensor of that type; empty for a tensor of the other type.
+std::vector<double> realValues(HostTensor tensor);
+std::vector<std::int32_t> integerValues(HostTensor tensor);
+
+void freeTensor(HostTensor tensor);
+
+// Tensors made and not yet freed, those inside sparse arrays included.
+long liveTensorCount();
+
+// ---- Sparse arrays ----------------------------------------------------------------------
+
+// A sparse array of rows rows from its three parts, taken as they are: no check, so that
+// a test can hand the library malformed arrays too.
+HostSparse newSparse(std::int32_t rows, const std::vector<std::int32_t>& starts,
+                     const std::vector<std::int32_t>& oneBasedRows, const std::vector<double>& values);
+
+// The sparse array of a dense matrix given by rows (every row as long as the first): the
+// non-zero entries, column by column.
+HostSparse sparseFromDense(const std::vector<std::vector<double>>& rows);
+
+void freeSparse(HostSparse sparse);
+
+// Sparse arrays made and not yet freed.
+long liveSparseCount();
+
+// ---- Instances --------------------------------------------------------------------------
+
+// Creates an instance of the manager registered under name, with the next id of the
+// host's own counter, and tells the manager (mode 0). Nothing without such a manager.
+std::optional<std::int32_t> createInstance(const char* name);
+
+// The same with an id of the caller's choosing, whether or not it is live already.
+bool createInstanceWithId(const char* name, std::int32_t id);
+
+// Destroys a live instance as the host does on its own: forgets it, then tells the
+// manager (mode 1). 0, or 1 when there is no such manager or instance.
+int destroyInstance(const char* name, std::int32_t id);
+
+// The live ids of the manager's instances, in increasing order.
+std::vector<std::int32_t> liveInstances(const char* name);
+
+bool managerRegistered(const char* name);
+
+// ---- Failures on demand -----------------------------------------------------------------
+
+enum class HostCall { TensorNew, TensorClone, SparseClone };
+
+// The code with which an injected failure answers.
+inline constexpr int kInjectedFailure = 17;
+
+// The k-th call of that kind from now (k from 1) fails with kInjectedFailure, once; 0
+// disarms it.
+void failCallAt(HostCall call, long k);
+
+// Clears every armed failure.
+void clearFailures();
+
+}  // namespace standin

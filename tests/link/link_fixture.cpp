@@ -1,0 +1,126 @@
+#include "link/link_fixture.h"
+
+#include <algorithm>
+#include <csignal>
+
+KorvexLink LinkTest::link;
+
+Settings linkTestSettings() {
+    Settings defaults;
+    setDefaultSettings(&defaults);
+    Settings settings = defaults;
+    useTestSettings(&settings);                           // quiet, eps 1e-6, a generous limit
+    settings.do_super_korvex = defaults.do_super_korvex;  // and the library's own iteration
+    return settings;
+}
+
+standin::ConeProgram coneProgram(const Problem& problem) {
+    standin::ConeProgram program;
+    program.rows = problem.rows;
+    program.b = problem.b;
+    program.c = problem.c;
+    program.free_vars = problem.free_vars;
+    program.linear_vars = problem.linear_vars;
+    program.soc_sizes = problem.soc;
+    program.sd_sizes = problem.sd;
+    program.exp_triples = problem.exp_triples;
+    program.dual_exp_triples = problem.dual_exp_triples;
+    program.power_exponents = problem.power;
+    return program;
+}
+
+void LinkTest::SetUp() {
+    if (link.handle == nullptr) {
+        std::string error;
+        ASSERT_TRUE(openKorvexLink(KORVEX_LINK_PATH, &link, &error)) << error;
+    }
+    ASSERT_EQ(link.getVersion(), 5);
+    ASSERT_EQ(link.initialize(host), 0);
+}
+
+void LinkTest::TearDown() {
+    standin::clearFailures();
+    for (std::int32_t id : standin::liveInstances(kManager)) standin::destroyInstance(kManager, id);
+    EXPECT_TRUE(idList().empty()) << "instances left in the library's store";
+    link.uninitialize(host);
+    EXPECT_FALSE(standin::managerRegistered(kManager));
+    EXPECT_EQ(standin::liveTensorCount(), 0);
+    EXPECT_EQ(standin::liveSparseCount(), 0);
+}
+
+std::int32_t LinkTest::createInstance() {
+    const std::optional<std::int32_t> id = standin::createInstance(kManager);
+    EXPECT_TRUE(id.has_value());
+    return id.value_or(0);
+}
+
+std::int32_t LinkTest::solve(standin::SolveArguments& arguments) {
+    std::int32_t status = 12345;
+    EXPECT_EQ(link.solve(host, standin::SolveArguments::kCount, arguments.slots(), &status), 0);
+    return status;
+}
+
+std::int32_t LinkTest::solve(std::int32_t id, const standin::HostProblem& problem, const Settings& settings,
+                             const std::string& direction) {
+    standin::SolveArguments arguments(id, problem, settings, direction);
+    return solve(arguments);
+}
+
+std::vector<double> LinkTest::vector(KorvexLinkFunction KorvexLink::*accessor, std::int32_t id, bool* present) {
+    HostTensor tensor = nullptr;
+    EXPECT_EQ(read(accessor, id, &tensor), 0);
+    if (present != nullptr) *present = tensor != nullptr;
+    if (tensor == nullptr) return {};
+    EXPECT_EQ(standin::tensorType(tensor), KORVEX_HOST_REAL);
+    std::vector<double> values = standin::realValues(tensor);
+    standin::freeTensor(tensor);
+    return values;
+}
+
+std::vector<std::int32_t> LinkTest::idList() {
+    HostTensor tensor = nullptr;
+    EXPECT_EQ(link.idList(host, 0, nullptr, &tensor), 0);
+    if (tensor == nullptr) return {};
+    EXPECT_EQ(standin::tensorType(tensor), KORVEX_HOST_INTEGER);
+    std::vector<std::int32_t> ids = standin::integerValues(tensor);
+    standin::freeTensor(tensor);
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+int LinkTest::deleteInstance(std::int32_t id) {
+    std::int32_t key = id;
+    HostArgument arguments[] = {&key};
+    return link.remove(host, 1, arguments, nullptr);
+}
+
+ConsoleTap::ConsoleTap(std::string trigger) : trigger_(std::move(trigger)) {
+    std::fflush(stdout);
+    stream_ = fopencookie(this, "w", cookie_io_functions_t{nullptr, write, nullptr, nullptr});
+    std::setvbuf(stream_, nullptr, _IONBF, 0);  // every print reaches write at once
+    saved_ = stdout;
+    stdout = stream_;  // glibc's stdout is an assignable variable, read at every print
+}
+
+ConsoleTap::~ConsoleTap() { finish(); }
+
+std::string ConsoleTap::finish() {
+    if (stream_ != nullptr) {
+        stdout = saved_;
+        std::fclose(stream_);
+        stream_ = nullptr;
+        // A failure reported inside the scope went into the tap too: show it all.
+        if (testing::Test::HasFailure()) std::fwrite(text_.data(), 1, text_.size(), stdout);
+    }
+    return text_;
+}
+
+ssize_t ConsoleTap::write(void* cookie, const char* data, size_t size) {
+    auto* tap = static_cast<ConsoleTap*>(cookie);
+    tap->text_.append(data, size);
+    if (!tap->trigger_.empty() && !tap->fired_ && tap->text_.find(tap->trigger_) != std::string::npos) {
+        tap->fired_ = true;
+        std::raise(SIGINT);
+    }
+    return static_cast<ssize_t>(size);
+}
