@@ -1,8 +1,9 @@
-// End-to-end solves with the standard iteration: known optima of every cone family,
-// certificates of infeasibility and unboundedness checked in the caller's units, and
-// bit-for-bit determinism.
+// End-to-end solves with both iterations (the standard one and the Marlet iteration with
+// the library's defaults): known optima of every cone family, certificates of
+// infeasibility and unboundedness checked in the caller's units, bit-for-bit determinism.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -19,43 +20,41 @@ double largestMagnitude(const std::vector<double>& v) {
     return largest;
 }
 
-TEST(Solve, KnownOptimaOfEveryConeFamily) {
-    for (const Problem& problem : knownProblems()) {
-        SCOPED_TRACE(problem.name);
-        SolveRun run(problem);
-        ASSERT_EQ(run.solve(), KORVEX_SOLVED) << run.report;
-        EXPECT_EQ(run.info.statusVal, KORVEX_SOLVED);
-        EXPECT_STREQ(run.info.status, "Solved");
-        EXPECT_LT(relativeError(run.info.pobj, problem.objective), 1e-4);
-        EXPECT_LT(relativeError(run.info.dobj, problem.objective), 1e-4);
-        for (int j = 0; j < problem.n(); ++j) EXPECT_NEAR(run.solution.x[j], problem.x[j], 2e-3) << "x" << j;
+// The parameter is do_super_korvex: 0 standard iteration, 1 Marlet iteration.
+class Solve : public ::testing::TestWithParam<int> {
+protected:
+    void configure(SolveRun& run) const { run.settings.do_super_korvex = GetParam(); }
+};
 
-        // The returned point is primal and dual feasible in the caller's units, with s in
-        // K and y in K*, and the reported objectives are those of x and y.
-        EXPECT_LT(largestMagnitude(primalResidual(run)), 1e-4);
-        std::vector<double> dual = dualProduct(run);
-        for (int j = 0; j < problem.n(); ++j) dual[j] += problem.c[j];
-        EXPECT_LT(largestMagnitude(dual), 1e-4);
-        EXPECT_LT(distanceToCone(run, run.solution.s), 1e-6);
-        EXPECT_LT(distanceToDualCone(run, run.solution.y), 1e-6);
-        EXPECT_NEAR(dot(problem.c, run.solution.x), run.info.pobj, 1e-6 * (1 + std::fabs(run.info.pobj)));
-        EXPECT_NEAR(-dot(problem.b, run.solution.y), run.info.dobj, 1e-6 * (1 + std::fabs(run.info.dobj)));
-        EXPECT_LT(run.info.resPri, 1e-6);
-        EXPECT_LT(run.info.resDual, 1e-6);
-        EXPECT_LT(run.info.relGap, 1e-6);
-        EXPECT_GT(run.info.iter, 0);
-        EXPECT_LT(run.info.iter, run.settings.max_iters);
-    }
-}
+TEST_P(Solve, KnownOptimaOfEveryConeFamily) {
+    for (int normalize : {1, 0}) {
+        for (const Problem& problem : knownProblems()) {
+            SCOPED_TRACE(problem.name + (normalize ? "" : " without normalisation"));
+            SolveRun run(problem);
+            configure(run);
+            run.settings.normalize = normalize;
+            ASSERT_EQ(run.solve(), KORVEX_SOLVED) << run.report;
+            EXPECT_STREQ(run.info.status, "Solved");
+            EXPECT_LT(relativeError(run.info.pobj, problem.objective), 1e-4);
+            EXPECT_LT(relativeError(run.info.dobj, problem.objective), 1e-4);
+            for (int j = 0; j < problem.n(); ++j) EXPECT_NEAR(run.solution.x[j], problem.x[j], 2e-3) << "x" << j;
 
-TEST(Solve, KnownOptimaWithoutNormalisation) {
-    for (const Problem& problem : knownProblems()) {
-        SCOPED_TRACE(problem.name);
-        SolveRun run(problem);
-        run.settings.normalize = 0;
-        ASSERT_EQ(run.solve(), KORVEX_SOLVED) << run.report;
-        EXPECT_LT(relativeError(run.info.pobj, problem.objective), 1e-4);
-        for (int j = 0; j < problem.n(); ++j) EXPECT_NEAR(run.solution.x[j], problem.x[j], 2e-3) << "x" << j;
+            // The returned point is primal and dual feasible in the caller's units, with s
+            // in K and y in K*, and the reported objectives are those of x and y.
+            EXPECT_LT(largestMagnitude(primalResidual(run)), 1e-4);
+            std::vector<double> dual = dualProduct(run);
+            for (int j = 0; j < problem.n(); ++j) dual[j] += problem.c[j];
+            EXPECT_LT(largestMagnitude(dual), 1e-4);
+            EXPECT_LT(distanceToCone(run, run.solution.s), 1e-6);
+            EXPECT_LT(distanceToDualCone(run, run.solution.y), 1e-6);
+            EXPECT_NEAR(dot(problem.c, run.solution.x), run.info.pobj, 1e-6 * (1 + std::fabs(run.info.pobj)));
+            EXPECT_NEAR(-dot(problem.b, run.solution.y), run.info.dobj, 1e-6 * (1 + std::fabs(run.info.dobj)));
+            EXPECT_LT(std::max({run.info.resPri, run.info.resDual, run.info.relGap}), 1e-6);
+            EXPECT_GT(run.info.iter, 0);
+            EXPECT_LT(run.info.iter, run.settings.max_iters);
+            // Only the Marlet iteration counts its iterations in progress_count.
+            EXPECT_EQ(run.info.progress_count, GetParam() == 1 ? run.info.iter : 0);
+        }
     }
 }
 
@@ -90,10 +89,11 @@ std::vector<Problem> unboundedProblems() {
     return {lp, wedge};
 }
 
-TEST(Solve, InfeasibleProblemsEndWithACertificate) {
+TEST_P(Solve, InfeasibleProblemsEndWithACertificate) {
     for (const Problem& problem : infeasibleProblems()) {
         SCOPED_TRACE(problem.name);
         SolveRun run(problem);
+        configure(run);
         ASSERT_EQ(run.solve(), KORVEX_INFEASIBLE) << run.report;
         EXPECT_STREQ(run.info.status, "Infeasible");
         // b'y = -1, A'y = 0 and y in K*: no x can satisfy Ax + s = b with s in K.
@@ -110,10 +110,11 @@ TEST(Solve, InfeasibleProblemsEndWithACertificate) {
     }
 }
 
-TEST(Solve, UnboundedProblemsEndWithACertificate) {
+TEST_P(Solve, UnboundedProblemsEndWithACertificate) {
     for (const Problem& problem : unboundedProblems()) {
         SCOPED_TRACE(problem.name);
         SolveRun run(problem);
+        configure(run);
         ASSERT_EQ(run.solve(), KORVEX_UNBOUNDED) << run.report;
         EXPECT_STREQ(run.info.status, "Unbounded");
         // c'x = -1, Ax + s = 0 and s in K: a ray of ever better feasible points.
@@ -130,10 +131,12 @@ TEST(Solve, UnboundedProblemsEndWithACertificate) {
     }
 }
 
-TEST(Solve, TwoIdenticalSolvesGiveIdenticalBits) {
+TEST_P(Solve, TwoIdenticalSolvesGiveIdenticalBits) {
     const std::vector<Problem> problems = knownProblems();
     const Problem& problem = problems.back();  // every cone family at once
     SolveRun first(problem), second(problem);
+    configure(first);
+    configure(second);
     ASSERT_EQ(first.solve(), KORVEX_SOLVED);
     ASSERT_EQ(second.solve(), KORVEX_SOLVED);
     EXPECT_EQ(first.info.iter, second.info.iter);
@@ -141,5 +144,8 @@ TEST(Solve, TwoIdenticalSolvesGiveIdenticalBits) {
     EXPECT_EQ(std::memcmp(first.solution.y, second.solution.y, sizeof(double) * problem.m()), 0);
     EXPECT_EQ(std::memcmp(first.solution.s, second.solution.s, sizeof(double) * problem.m()), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(BothIterations, Solve, ::testing::Values(0, 1),
+                         [](const ::testing::TestParamInfo<int>& info) { return info.param ? "Marlet" : "Standard"; });
 
 }  // namespace
