@@ -92,6 +92,7 @@ private:
     void rhsLine(const Fields& fields, bool ranges);
     void boundLine(const Fields& fields);
     double number(std::string_view text, const char* what);
+    bool inFirstSet(std::string_view name, std::string* first);
     std::int32_t rowOf(std::string_view name);
     std::int32_t columnOf(std::string_view name);
     ConicProblem build();
@@ -111,8 +112,7 @@ private:
     std::vector<Coefficient> coefficients_;
     std::vector<double> lower_, upper_;
     std::vector<char> lower_given_;
-    std::string rhs_set_, range_set_, bound_set_;
-    bool rhs_set_known_ = false, range_set_known_ = false, bound_set_known_ = false;
+    std::string rhs_set_, range_set_, bound_set_;  // the first set name of each section
 };
 
 Fields MpsReader::split(std::string_view line) {
@@ -166,6 +166,14 @@ double MpsReader::number(std::string_view text, const char* what) {
     double value;
     if (!parseReal(text, &value)) cursor_.fail(std::string(what) + " is not a finite number: " + quoted(text));
     return value;
+}
+
+// Only the first named set of RHS, RANGES or BOUNDS is used; a line without a set name
+// belongs to whatever set is in use.
+bool MpsReader::inFirstSet(std::string_view name, std::string* first) {
+    if (name.empty()) return true;
+    if (first->empty()) *first = std::string(name);
+    return name == *first;
 }
 
 std::int32_t MpsReader::rowOf(std::string_view name) {
@@ -268,14 +276,7 @@ void MpsReader::columnLine(const Fields& fields) {
 }
 
 void MpsReader::rhsLine(const Fields& fields, bool ranges) {
-    std::string& set = ranges ? range_set_ : rhs_set_;
-    bool& known = ranges ? range_set_known_ : rhs_set_known_;
-    if (!known) {
-        set = std::string(fields.f[1]);
-        known = true;
-    } else if (fields.f[1] != set) {
-        return;  // only the first set is used
-    }
+    if (!inFirstSet(fields.f[1], ranges ? &range_set_ : &rhs_set_)) return;
     for (int pair = 0; pair < 2; ++pair) {
         std::string_view row_name = fields.f[2 + 2 * pair];
         if (row_name.empty()) {
@@ -295,12 +296,7 @@ void MpsReader::rhsLine(const Fields& fields, bool ranges) {
 
 void MpsReader::boundLine(const Fields& fields) {
     std::string_view type = fields.f[0];
-    if (!bound_set_known_) {
-        bound_set_ = std::string(fields.f[1]);
-        bound_set_known_ = true;
-    } else if (fields.f[1] != bound_set_) {
-        return;  // only the first set is used
-    }
+    if (!inFirstSet(fields.f[1], &bound_set_)) return;
     if (type == "BV" || type == "LI" || type == "UI" || type == "SC") {
         cursor_.fail("integer bound type " + std::string(type) + " is not supported: korvex solves continuous problems");
     }

@@ -176,15 +176,18 @@ bool parseInteger(std::string_view text, std::int64_t* value) {
 }
 
 std::string quoted(std::string_view text) {
-    std::string out;
-    out.reserve(44);
-    out += '\'';
-    if (text.size() > 40) {
-        out.append(text.substr(0, 37));
-        out += "...";
-    } else {
-        out.append(text);
+    std::string out = "'";
+    const bool cut = text.size() > 40;
+    for (unsigned char c : cut ? text.substr(0, 37) : text) {
+        if (c < 0x20 || c >= 0x7f) {  // bytes that would not print, as \xNN
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02x", c);
+            out += escape;
+        } else {
+            out += static_cast<char>(c);
+        }
     }
+    if (cut) out += "...";
     out += '\'';
     return out;
 }
