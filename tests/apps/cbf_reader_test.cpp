@@ -319,10 +319,7 @@ TEST(CbfReader, RefusalsNameTheFileTheLineAndTheFault) {
         {"VER\n1\nOBJSENSE\nMIN\nPSDCON\n1\n2\nVAR\n1 1\nF 1\nDCOORD\n2\n0 0 1 1\n0 1 0 1\n",
          "bad.cbf:14: duplicate constant for this row: already given on line 13"},
     };
-    for (const auto& [text, message] : cases) {
-        SCOPED_TRACE(text);
-        EXPECT_EQ(readError(FileFormat::Cbf, text, "bad.cbf"), message);
-    }
+    expectRefusals(FileFormat::Cbf, "bad.cbf", cases);
 }
 
 }  // namespace

@@ -84,3 +84,11 @@ std::string benchDir() {
     const char* override_dir = std::getenv("KORVEX_BENCH_DATA");
     return override_dir != nullptr ? override_dir : KORVEX_BENCH_DIR;
 }
+
+void expectRefusals(FileFormat format, const std::string& name,
+                    const std::vector<std::pair<std::string, std::string>>& cases) {
+    for (const auto& [text, message] : cases) {
+        SCOPED_TRACE(text);
+        EXPECT_EQ(readError(format, text, name), message);
+    }
+}

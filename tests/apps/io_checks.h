@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "io/problem.h"
@@ -20,6 +21,11 @@ void expectSameProblem(const ConicProblem& expected, const ConicProblem& actual,
 
 // The message of the ReadError that reading text throws, or "" when it reads.
 std::string readError(FileFormat format, const std::string& text, const std::string& name);
+
+// Expects each text, read in format under the file name name, to be refused with its
+// message.
+void expectRefusals(FileFormat format, const std::string& name,
+                    const std::vector<std::pair<std::string, std::string>>& cases);
 
 ConicProblem readText(FileFormat format, const std::string& text, const std::string& name);
 

@@ -79,10 +79,7 @@ TEST(SdpaReader, RefusalsNameTheFileTheLineAndTheFault) {
         {head + "1 1 1 2 1.0\n1 1 2 1 3.0\n", "bad.dat-s:6: duplicate coordinate: already given on line 5"},
         {head + "0 1 1 1 1.0\n0 1 1 1 3.0\n", "bad.dat-s:6: duplicate constant for this row: already given on line 5"},
     };
-    for (const auto& [text, message] : cases) {
-        SCOPED_TRACE(text);
-        EXPECT_EQ(readError(FileFormat::Sdpa, text, "bad.dat-s"), message);
-    }
+    expectRefusals(FileFormat::Sdpa, "bad.dat-s", cases);
 }
 
 // A data line of fixed MPS: the fields at columns 2, 5, 15, 25, 40 and 50.
@@ -267,10 +264,7 @@ TEST(MpsReader, RefusalsNameTheFileTheLineAndTheFault) {
         {"NAME\nOBJSENSE\n    UP\n", "bad.mps:3: objective sense must be MIN or MAX, not 'UP'"},
         {"NAME\nROWS\n N  COST\nENDATA\n", "bad.mps:4: the problem has no columns"},
     };
-    for (const auto& [text, message] : cases) {
-        SCOPED_TRACE(text);
-        EXPECT_EQ(readError(FileFormat::Mps, text, "bad.mps"), message);
-    }
+    expectRefusals(FileFormat::Mps, "bad.mps", cases);
 }
 
 }  // namespace
