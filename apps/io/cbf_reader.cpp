@@ -9,6 +9,7 @@
 // each matrix variable. Rows, in builder order: the CON rows (so that CBF row i is
 // builder row i), the PSDCON matrices, the cones of the VAR section on their variables,
 // and the semidefinite cone of each matrix variable.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -41,7 +42,7 @@ bool isKeywordLine(std::string_view line) {
 
 class CbfReader {
 public:
-    CbfReader(std::string_view text, const std::string& name) : cursor_(text, name) {}
+    CbfReader(std::string_view text, const std::string& name) : cursor_(text, name), text_size_(text.size()) {}
 
     ConicProblem read();
 
@@ -61,6 +62,7 @@ private:
     std::int32_t packed(FieldReader& fields, std::int32_t side, double* scale);
 
     LineCursor cursor_;
+    std::size_t text_size_;
     std::map<std::string, long> seen_;
     int version_ = 0;
     bool sense_given_ = false;
@@ -256,7 +258,8 @@ void CbfReader::readCoordinates(const std::string& keyword) {
         return;
     }
     const std::int64_t count = headerCount(key, "number of coordinates");
-    if (keyword == "ACOORD") builder_->reserve(static_cast<std::size_t>(count) + static_cast<std::size_t>(variables_));
+    // A coordinate line takes at least 6 bytes: the count is trusted only that far.
+    if (keyword == "ACOORD") builder_->reserve(std::min(static_cast<std::size_t>(count), text_size_ / 6) + static_cast<std::size_t>(variables_));
     double scale = 1.0;
     for (std::int64_t e = 0; e < count; ++e) {
         FieldReader fields(bodyLine(key, e, count), cursor_);

@@ -1,5 +1,7 @@
 #include "io/problem.h"
 
+#include <unistd.h>
+
 #include <cmath>
 #include <limits>
 
@@ -50,16 +52,44 @@ ProblemRecords::ProblemRecords(const ConicProblem& problem, Settings* settings) 
                 static_cast<std::int32_t>(problem.power_exponents.size())};
 }
 
-ProblemBuilder::ProblemBuilder(std::int32_t columns, std::string name)
-    : columns_(columns), costs_(static_cast<std::size_t>(columns), 0.0),
-      cost_lines_(static_cast<std::size_t>(columns), 0), name_(std::move(name)) {}
+namespace {
+
+// Rows and columns together that half of this machine's memory holds, at about 160
+// bytes each while a problem is built. A file can declare far more than it contains (a
+// block of a million rows takes one line); such a file is refused rather than read
+// until the machine runs out of memory.
+std::int64_t sizeLimit() {
+    static const std::int64_t limit = [] {
+        const long pages = sysconf(_SC_PHYS_PAGES), page = sysconf(_SC_PAGE_SIZE);
+        if (pages <= 0 || page <= 0) return std::int64_t{1} << 26;
+        return static_cast<std::int64_t>(pages) * page / 2 / 160;
+    }();
+    return limit;
+}
+
+void checkSize(const std::string& name, std::int64_t rows, std::int64_t columns) {
+    if (rows > std::numeric_limits<std::int32_t>::max() || columns > std::numeric_limits<std::int32_t>::max()) {
+        failAt(name, 0, "more rows or columns than the solver can hold");
+    }
+    if (rows + columns > sizeLimit()) {
+        failAt(name, 0, "the problem declares " + std::to_string(rows) + " rows and " + std::to_string(columns) +
+                            " columns, more than this machine's memory holds");
+    }
+}
+
+}  // namespace
+
+ProblemBuilder::ProblemBuilder(std::int32_t columns, std::string name) : columns_(columns), name_(std::move(name)) {
+    checkSize(name_, 0, columns);
+    costs_.assign(static_cast<std::size_t>(columns), 0.0);
+    cost_lines_.assign(static_cast<std::size_t>(columns), 0);
+}
 
 std::int32_t ProblemBuilder::addBlock(BlockCone cone, std::int32_t size, double exponent) {
     std::int64_t rows = size;
     if (cone == BlockCone::Semidefinite) rows = static_cast<std::int64_t>(size) * (size + 1) / 2;
-    if (size <= 0 || total_rows_ + rows > std::numeric_limits<std::int32_t>::max()) {
-        failAt(name_, 0, "more rows than the solver can hold");
-    }
+    if (size <= 0) failAt(name_, 0, "a block without rows");
+    checkSize(name_, total_rows_ + rows, columns_);
     blocks_.push_back(Block{cone, static_cast<std::int32_t>(rows), size, exponent, total_rows_});
     std::int32_t first = total_rows_;
     total_rows_ += static_cast<std::int32_t>(rows);

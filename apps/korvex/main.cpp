@@ -185,6 +185,9 @@ int run(const CommandLine& line) {
     } catch (const std::bad_alloc&) {
         std::fprintf(stderr, "%s: not enough memory to read the problem\n", line.input.c_str());
         return kExitFile;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", line.input.c_str(), error.what());
+        return kExitFile;
     }
     RunTimes times;
     times.read_ms = readTimer(&read_timer);
@@ -206,8 +209,13 @@ int run(const CommandLine& line) {
     const bool wants_history = history_file || plot_file;
     if (wants_history) {
         if (settings.do_super_korvex == 1) {
-            settings.record_progress = 1;
-            progress.emplace(settings.max_iters > 0 ? settings.max_iters : 0, &info, &settings);
+            try {
+                progress.emplace(settings.max_iters > 0 ? settings.max_iters : 0, &info, &settings);
+                settings.record_progress = 1;
+            } catch (const std::bad_alloc&) {
+                std::fprintf(stderr, "korvex: not enough memory for a progress history of %d iterations; none is kept\n",
+                             settings.max_iters);
+            }
         } else {
             std::fprintf(stderr, "korvex: the standard iteration records no progress history; --history and --plot stay empty\n");
         }

@@ -316,6 +316,10 @@ TEST(CbfReader, RefusalsNameTheFileTheLineAndTheFault) {
          "bad.cbf:11: duplicate objective coefficient: already given on line 10"},
         {"VER\n1\nOBJSENSE\nMIN\nPSDVAR\n1\n2\nOBJFCOORD\n1\n0 2 0 1\n", "bad.cbf:10: matrix row 2 out of range 0..1"},
         {"VER\n1\nOBJSENSE\nMIN\nPSDVAR\n1\n0\n", "bad.cbf:7: matrix side 0 out of range 1..65535"},
+        // Two lines that declare more than any machine holds are refused before anything
+        // is allocated for them.
+        {"VER\n1\nOBJSENSE\nMIN\nVAR\n2000000000 1\nF 2000000000\n",
+         "bad.cbf: the problem declares 0 rows and 2000000000 columns, more than this machine's memory holds"},
         {"VER\n1\nOBJSENSE\nMIN\nPSDCON\n1\n2\nVAR\n1 1\nF 1\nDCOORD\n2\n0 0 1 1\n0 1 0 1\n",
          "bad.cbf:14: duplicate constant for this row: already given on line 13"},
     };

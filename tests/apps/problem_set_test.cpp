@@ -17,6 +17,9 @@
 #include "io_checks.h"
 #include "reporting/allocation.h"
 
+// gtest names a problem by its file.
+void PrintTo(const ManifestEntry& entry, std::ostream* out) { *out << entry.file; }
+
 namespace {
 
 // The settings of these runs, in one place: the standard iteration until the Marlet
