@@ -1,0 +1,86 @@
+// Reading problem files: the whole file into memory (through zlib for names ending in
+// ".gz"), then a cursor over its lines with strict number parsing. Every complaint about
+// a file is a ReadError whose text is "FILE:LINE: what is wrong".
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+// A file that cannot be read or does not follow its format. what() is the full message.
+class ReadError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// "name:line: text" as a ReadError; line 0 gives "name: text".
+[[noreturn]] void failAt(const std::string& name, long line, const std::string& text);
+
+// The bytes of the file at path, inflated when the name ends in ".gz". Throws ReadError
+// when the file cannot be opened or its compressed stream is damaged.
+std::string loadFileBytes(const std::string& path);
+
+// Whether c separates fields: blank, tab, carriage return, vertical tab or form feed.
+inline bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
+
+// Lines of a text in memory. The line ends at '\n'; a trailing '\r' and all trailing
+// blanks are cut. Line numbers count from 1.
+class LineCursor {
+public:
+    LineCursor(std::string_view text, std::string name) : next_(text.data()), end_(text.data() + text.size()), name_(std::move(name)) {}
+
+    // Moves to the next line; false at the end of the text.
+    bool advance();
+
+    // Moves to the next line that is neither empty nor all blanks nor starts with one of
+    // the comment characters; false at the end of the text.
+    bool advanceSkipping(std::string_view comment_chars);
+
+    std::string_view line() const { return line_; }
+    long lineNumber() const { return number_; }
+    const std::string& name() const { return name_; }
+
+    // A ReadError at the current line.
+    [[noreturn]] void fail(const std::string& text) const { failAt(name_, number_, text); }
+
+private:
+    const char* next_;
+    const char* end_;
+    std::string_view line_;
+    long number_ = 0;
+    std::string name_;
+};
+
+// Fields of one line, split on blanks.
+class FieldReader {
+public:
+    FieldReader(std::string_view line, const LineCursor& cursor) : rest_(line), cursor_(cursor) {}
+
+    // The next field, or an empty view when none is left.
+    std::string_view next();
+    bool atEnd();
+
+    // The next field as a number; failures name what was expected.
+    double real(const char* what);
+    std::int64_t integer(const char* what);
+    // An integer in [low, high].
+    std::int32_t index(const char* what, std::int64_t low, std::int64_t high);
+
+    // Fails when anything but blanks is left on the line.
+    void finish(const char* what);
+
+private:
+    std::string_view rest_;
+    const LineCursor& cursor_;
+};
+
+// Parses all of text as a finite double in the C locale (a leading '+' allowed). False
+// for anything else, NaN and infinities included; values too small for a double give 0.
+bool parseReal(std::string_view text, double* value);
+
+// Parses all of text as a decimal integer (a leading '+' allowed).
+bool parseInteger(std::string_view text, std::int64_t* value);
+
+// text cut to at most 40 characters, for quoting in a message.
+std::string quoted(std::string_view text);

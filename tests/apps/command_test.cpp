@@ -1,0 +1,221 @@
+// The korvex command as a user runs it: exit codes, the summary line, usage errors,
+// FILE:LINE messages, gzipped files, and the files it writes.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <zlib.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "io/readers.h"
+#include "io_checks.h"
+
+namespace {
+
+struct CommandRun {
+    int exit_code;
+    std::string output;  // standard output and standard error together
+};
+
+CommandRun korvex(const std::string& arguments) {
+    const std::string command = std::string(KORVEX_EXECUTABLE) + " " + arguments + " 2>&1";
+    std::FILE* pipe = popen(command.c_str(), "r");
+    CommandRun run{-1, ""};
+    if (pipe == nullptr) return run;
+    char chunk[4096];
+    std::size_t got;
+    while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) run.output.append(chunk, got);
+    const int status = pclose(pipe);
+    run.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+// The standard iteration, quiet: the Marlet iteration is the default, and these tests are
+// about the command, not the iteration.
+const std::string kQuiet = "--do_super_korvex 0 --verbose 0 ";
+
+std::string example(const char* name) { return examplesDir() + "/" + name; }
+
+std::string scratch(const std::string& name) {
+    return testing::TempDir() + "korvex_command_" + std::to_string(getpid()) + "_" + name;
+}
+
+std::string fileText(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void writeFile(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+// The number after "objective " in the summary line.
+double summaryObjective(const std::string& output) {
+    std::smatch match;
+    static const std::regex kObjective("objective (\\S+) \\(");
+    if (!std::regex_search(output, match, kObjective)) return std::nan("");
+    return std::stod(match[1]);
+}
+
+TEST(Command, SolvesAnExampleAndEndsWithOneSummaryLine) {
+    CommandRun run = korvex(kQuiet + "--eps 1e-7 " + example("production.mps"));
+    EXPECT_EQ(run.exit_code, 0);
+    static const std::regex kSummary(
+        "korvex: Solved, objective 36\\.0+[0-9]* \\(max\\), [0-9]+ iterations, read [0-9.]+s, setup [0-9.]+s, solve [0-9.]+s\n");
+    EXPECT_TRUE(std::regex_match(run.output, kSummary)) << run.output;
+}
+
+TEST(Command, TheReportOfTheLibraryComesFirst) {
+    CommandRun run = korvex("--do-super-korvex 0 --eps=1e-7 " + example("portfolio.cbf"));
+    EXPECT_EQ(run.exit_code, 0);
+    EXPECT_NE(run.output.find("Running Standard KORVEX..."), std::string::npos) << run.output;
+    EXPECT_LT(run.output.find("Running Standard KORVEX..."), run.output.find("korvex: Solved"));
+}
+
+TEST(Command, ExitCodesFollowTheStatus) {
+    EXPECT_EQ(korvex(kQuiet + example("infeasible.mps")).exit_code, 0);
+    EXPECT_EQ(korvex(kQuiet + example("unbounded.cbf")).exit_code, 0);
+    CommandRun limit = korvex(kQuiet + "--max_iters 3 " + example("portfolio.cbf"));  // Solved/Inaccurate is a verdict
+    EXPECT_EQ(limit.exit_code, 0);
+    EXPECT_NE(limit.output.find("Inaccurate"), std::string::npos) << limit.output;
+    CommandRun refused = korvex(kQuiet + "--eps -1 " + example("portfolio.cbf"));  // the solver refuses: Failure
+    EXPECT_EQ(refused.exit_code, 1);
+    EXPECT_NE(refused.output.find("eps tolerance must be positive (eps=-1)"), std::string::npos) << refused.output;
+    EXPECT_NE(refused.output.find("korvex: Failure"), std::string::npos) << refused.output;
+}
+
+TEST(Command, TimeLimitInterruptsTheSolve) {
+    // A tolerance no iterate meets and no iteration limit to speak of.
+    CommandRun run = korvex(kQuiet + "--eps 1e-300 --max_iters 2000000000 --time-limit 0.3 " + example("entropy.cbf"));
+    EXPECT_EQ(run.exit_code, 130);
+    EXPECT_NE(run.output.find("korvex: Interrupted"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("(time limit reached)"), std::string::npos) << run.output;
+}
+
+TEST(Command, UsageErrorsExitWithTwo) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"", "korvex: no problem file given\nTry 'korvex --help'.\n"},
+        {"--max_iters 10", "korvex: no problem file given\nTry 'korvex --help'.\n"},
+        {"--epsilon 1 a.cbf", "korvex: unknown option --epsilon\nTry 'korvex --help'.\n"},
+        {"--eps", "korvex: --eps needs a value\nTry 'korvex --help'.\n"},
+        {"--max-iters ten a.cbf", "korvex: --max_iters takes a whole number, not 'ten'\nTry 'korvex --help'.\n"},
+        {"--dir sideways a.cbf",
+         "korvex: --dir takes restarted_broyden, restarted_broyden_v2, fixed_point_residual, full_broyden or a code, not "
+         "'sideways'\nTry 'korvex --help'.\n"},
+        {"--time-limit -2 a.cbf", "korvex: --time-limit takes a positive number of seconds, not '-2'\nTry 'korvex --help'.\n"},
+        {"--blas-threads 0 a.cbf", "korvex: --blas-threads takes a whole number from 1 to 1024, not '0'\nTry 'korvex --help'.\n"},
+        {"--format lp a.cbf", "korvex: --format takes cbf, sdpa or mps, not 'lp'\nTry 'korvex --help'.\n"},
+        {"a.cbf b.cbf", "korvex: one problem file only (a.cbf and b.cbf)\nTry 'korvex --help'.\n"},
+        {"--solution /nonexistent/dir/x.json " + example("portfolio.cbf"),
+         "korvex: cannot write /nonexistent/dir/x.json: No such file or directory\n"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        SCOPED_TRACE(arguments);
+        CommandRun run = korvex(arguments);
+        EXPECT_EQ(run.exit_code, 2);
+        EXPECT_EQ(run.output, message);
+    }
+}
+
+TEST(Command, HelpListsTheOptionsAndTheSettingsWithDefaults) {
+    CommandRun run = korvex("--help");
+    EXPECT_EQ(run.exit_code, 0);
+    for (const char* part : {"usage: korvex [options] FILE", "--time-limit SECONDS", "--blas-threads N", "--write-cbf PATH",
+                             "--solution PATH", "--history PATH", "--plot PATH", "--max_iters INT", "(default 2500)",
+                             "--do_super_korvex INT", "--dir NAME|CODE", "(default restarted_broyden)"}) {
+        EXPECT_NE(run.output.find(part), std::string::npos) << part;
+    }
+    CommandRun version = korvex("--version");
+    EXPECT_EQ(version.exit_code, 0);
+    EXPECT_EQ(version.output, "korvex 1.2.6-Vrena-Marlet\n");
+}
+
+TEST(Command, FilesThatCannotBeReadExitWithThreeAndSayWhereAndWhy) {
+    EXPECT_EQ(korvex("/nonexistent/x.cbf").output, "/nonexistent/x.cbf: cannot open: No such file or directory\n");
+    EXPECT_EQ(korvex("/nonexistent/x.cbf").exit_code, 3);
+    const std::string bad = scratch("bad.cbf");
+    writeFile(bad, "VER\n1\nOBJSENSE\nMIN\nVAR\n1 1\nF 1\nOBJACOORD\n1\n0 nan\n");
+    CommandRun run = korvex(kQuiet + bad);
+    EXPECT_EQ(run.exit_code, 3);
+    EXPECT_EQ(run.output, bad + ":10: coefficient is not a finite number: 'nan'\n");
+    CommandRun unknown = korvex(kQuiet + scratch("problem.txt"));
+    EXPECT_EQ(unknown.exit_code, 3);
+    EXPECT_NE(unknown.output.find("unknown file type"), std::string::npos);
+    // --format reads a file whatever its name says.
+    const std::string renamed = scratch("portfolio.txt");
+    writeFile(renamed, fileText(example("portfolio.cbf")));
+    EXPECT_EQ(korvex(kQuiet + "--format cbf " + renamed).exit_code, 0);
+    std::remove(bad.c_str());
+    std::remove(renamed.c_str());
+}
+
+TEST(Command, GzippedFilesAreReadAndDamagedOnesRefused) {
+    const std::string text = fileText(example("maxcut.dat-s"));
+    const std::string packed = scratch("maxcut.dat-s.gz");
+    gzFile out = gzopen(packed.c_str(), "wb");
+    ASSERT_NE(out, nullptr);
+    gzwrite(out, text.data(), static_cast<unsigned>(text.size()));
+    gzclose(out);
+    CommandRun run = korvex(kQuiet + "--eps 1e-7 " + packed);
+    EXPECT_EQ(run.exit_code, 0) << run.output;
+    EXPECT_NEAR(summaryObjective(run.output), (25 + 5 * std::sqrt(5.0)) / 8, 1e-5);
+
+    // The same bytes cut short.
+    const std::string whole = fileText(packed);
+    const std::string cut = scratch("cut.dat-s.gz");
+    writeFile(cut, whole.substr(0, whole.size() / 2));
+    CommandRun truncated = korvex(kQuiet + cut);
+    EXPECT_EQ(truncated.exit_code, 3);
+    EXPECT_EQ(truncated.output, cut + ": compressed data end early (truncated file)\n");
+    std::remove(packed.c_str());
+    std::remove(cut.c_str());
+}
+
+TEST(Command, WritesSolutionJsonAndCbfThatSolvesToTheSameObjective) {
+    const std::string json = scratch("entropy.json");
+    const std::string cbf = scratch("entropy_again.cbf");
+    CommandRun run = korvex(kQuiet + "--eps 1e-8 --max-iters 100000 --solution " + json + " --write-cbf " + cbf + " " +
+                     example("entropy.cbf"));
+    ASSERT_EQ(run.exit_code, 0) << run.output;
+    const std::string solution = fileText(json);
+    for (const char* field : {"\"status\": \"Solved\"", "\"statusVal\": 1", "\"iter\": ", "\"objective\": ", "\"pobj\": ",
+                              "\"dobj\": ", "\"resPri\": ", "\"resDual\": ", "\"resInfeas\": ", "\"resUnbdd\": ",
+                              "\"relGap\": ", "\"setupTime\": ", "\"solveTime\": ", "\"readTime\": ", "\"x\": [",
+                              "\"X\": []", "\"y\": [", "\"s\": ["}) {
+        EXPECT_NE(solution.find(field), std::string::npos) << field;
+    }
+    // x is the file's eight variables: the distribution (0.35, 0.35, 0.15, 0.15) first.
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(solution, match, std::regex("\"x\": \\[([^,]+),([^,]+),([^,]+),([^,]+),")));
+    for (int k = 0; k < 4; ++k) EXPECT_NEAR(std::stod(match[k + 1]), k < 2 ? 0.35 : 0.15, 1e-5) << k;
+
+    CommandRun again = korvex(kQuiet + "--eps 1e-8 --max-iters 100000 " + cbf);
+    ASSERT_EQ(again.exit_code, 0) << again.output;
+    EXPECT_NEAR(summaryObjective(again.output), summaryObjective(run.output), 1e-6);
+    std::remove(json.c_str());
+    std::remove(cbf.c_str());
+}
+
+TEST(Command, HistoryAndPlotOfTheStandardIterationSayThereIsNone) {
+    const std::string csv = scratch("history.csv");
+    const std::string svg = scratch("plot.svg");
+    CommandRun run = korvex(kQuiet + "--history " + csv + " --plot " + svg + " " + example("portfolio.cbf"));
+    EXPECT_EQ(run.exit_code, 0);
+    EXPECT_NE(run.output.find("the standard iteration records no progress history"), std::string::npos);
+    EXPECT_EQ(fileText(csv), "iteration,rel_gap,res_pri,res_dual,primal_cost,dual_cost,fpr_norm,time_ms,step_kind,ls_count\n");
+    EXPECT_NE(fileText(svg).find("no progress history"), std::string::npos);
+    std::remove(csv.c_str());
+    std::remove(svg.c_str());
+}
+
+TEST(Command, NoSolvePrintsTheSizeOfTheProblem) {
+    CommandRun run = korvex("--no-solve " + example("maxcut.dat-s"));
+    EXPECT_EQ(run.exit_code, 0);
+    EXPECT_TRUE(std::regex_match(run.output, std::regex(".*maxcut.dat-s: SDPA, 5 variables, 15 constraints, 5 non-zeros, read in [0-9.]+s\n")))
+        << run.output;
+}
+
+}  // namespace

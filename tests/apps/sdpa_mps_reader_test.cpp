@@ -1,0 +1,270 @@
+// The SDPA and MPS readers: the mapping of every block, section and bound type onto the
+// solver's rows, fixed and free MPS giving the same problem, and exact refusals.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "io/readers.h"
+#include "io_checks.h"
+#include "support/capture.h"
+
+namespace {
+
+const double kRoot2 = std::sqrt(2.0);
+
+void expectRows(const ConicProblem& p, const std::vector<std::vector<double>>& A, const std::vector<double>& b) {
+    ASSERT_EQ(p.m, static_cast<int>(A.size()));
+    auto dense = denseRows(p);
+    for (int i = 0; i < p.m; ++i) {
+        for (int j = 0; j < p.n; ++j) EXPECT_DOUBLE_EQ(dense[i][j], A[i][j]) << "A(" << i << "," << j << ")";
+        EXPECT_DOUBLE_EQ(p.b[i], b[i]) << "b" << i;
+    }
+}
+
+// The sample of the SDPLIB format note, with a third, diagonal block added.
+const char* const kSdpaSample = R"("A sample problem.
+* a second comment
+2 =mdim
+3 =nblocks
+{2, 2, -2}
+10.0 20.0
+0 1 1 1 1.0
+0 1 2 2 2.0
+0 2 1 1 3.0
+0 2 2 2 4.0
+1 1 1 1 1.0
+1 1 2 2 1.0
+2 1 2 2 1.0
+2 2 1 1 5.0
+2 2 2 1 2.0
+2 2 2 2 6.0
+1 3 1 1 7.0
+0 3 2 2 8.0
+2 3 2 2 -1.0
+)";
+
+TEST(SdpaReader, BlocksBecomeNonNegativeRowsThenPackedMatrices) {
+    ConicProblem p = readSdpa(kSdpaSample, "sample.dat-s");
+    EXPECT_EQ(p.format, "SDPA");
+    ASSERT_EQ(p.n, 2);
+    EXPECT_EQ(p.linear_rows, 2);
+    EXPECT_EQ(p.sd_sizes, (std::vector<int>{2, 2}));
+    EXPECT_EQ(p.c, (std::vector<double>{10, 20}));
+    // s = svec(F1 x1 + F2 x2 - F0): A = -svec(Fi), b = -svec(F0). The entry "2 2 2 1"
+    // is below the diagonal and stands for (1, 2) as well.
+    expectRows(p,
+               {{-7, 0}, {0, 1},                   // diagonal block
+                {-1, 0}, {0, 0}, {-1, -1},         // diag(1, 1) x1 + diag(0, 1) x2 - diag(1, 2)
+                {0, -5}, {0, -2 * kRoot2}, {0, -6}},  // [[5, 2], [2, 6]] x2 - diag(3, 4)
+               {0, -8, -1, 0, -2, -3, 0, -4});
+    EXPECT_EQ(p.scalar_variables, 2);
+    EXPECT_FALSE(p.maximise);
+}
+
+TEST(SdpaReader, RefusalsNameTheFileTheLineAndTheFault) {
+    const std::string head = "2\n2\n{2 -2}\n1 1\n";  // 4 lines
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"\"only a comment\n", "bad.dat-s:1: the file ends before the number of constraint matrices"},
+        {"x\n", "bad.dat-s:1: the number of constraint matrices is not an integer"},
+        {"0\n1\n{1}\n", "bad.dat-s:1: the number of constraint matrices must be positive"},
+        {"1\n1\n{0}\n1\n", "bad.dat-s:3: block size 0 is out of range"},
+        {"2\n1\n{2}\n1\n", "bad.dat-s:4: the file ends before the costs"},
+        {"1\n1\n{2}\n1 2\n", "bad.dat-s:4: unexpected text after the costs: '2'"},
+        {head + "1 2 1 2 1.0\n", "bad.dat-s:5: entry (1, 2) off the diagonal of a diagonal block"},
+        {head + "1 3 1 1 1.0\n", "bad.dat-s:5: block number 3 out of range 1..2"},
+        {head + "3 1 1 1 1.0\n", "bad.dat-s:5: matrix number 3 out of range 0..2"},
+        {head + "1 1 3 1 1.0\n", "bad.dat-s:5: row 3 out of range 1..2"},
+        {head + "1 1 1 1 nan\n", "bad.dat-s:5: value is not a finite number: 'nan'"},
+        {head + "1 1 1 1 1.0 2\n", "bad.dat-s:5: unexpected text after the entry: '2'"},
+        {head + "1 1 1 2 1.0\n1 1 2 1 3.0\n", "bad.dat-s:6: duplicate coordinate: already given on line 5"},
+        {head + "0 1 1 1 1.0\n0 1 1 1 3.0\n", "bad.dat-s:6: duplicate constant for this row: already given on line 5"},
+    };
+    expectRefusals(FileFormat::Sdpa, "bad.dat-s", cases);
+}
+
+// A data line of fixed MPS: the fields at columns 2, 5, 15, 25, 40 and 50.
+std::string fixedLine(const std::vector<std::string>& fields) {
+    static const std::size_t kStart[] = {1, 4, 14, 24, 39, 49};
+    std::string line(61, ' ');
+    for (std::size_t k = 0; k < fields.size(); ++k) line.replace(kStart[k], fields[k].size(), fields[k]);
+    while (!line.empty() && line.back() == ' ') line.pop_back();
+    return line + "\n";
+}
+
+// Every row type with a range of each sign, a free row, a constant in the objective's
+// RHS, and the bounds UP, MI and UP below zero; fixed columns.
+std::string mpsFixed() {
+    std::string text = "NAME          TEST\n* a comment\nOBJSENSE\n    MAX\nROWS\n";
+    for (const char* row : {"N OBJ", "E EQPOS", "E EQNEG", "L LIM", "G GEQ", "E PLAIN", "N OTHER"}) {
+        text += fixedLine({std::string(1, row[0]), row + 2});
+    }
+    text += "COLUMNS\n";
+    text += fixedLine({"", "X1", "OBJ", "1.0", "EQPOS", "1.0"});
+    text += fixedLine({"", "X1", "LIM", "2.0", "OTHER", "9.0"});
+    text += fixedLine({"", "X2", "OBJ", "2.0", "EQNEG", "1.0"});
+    text += fixedLine({"", "X2", "GEQ", "3.0", "PLAIN", "1.0"});
+    text += fixedLine({"", "X3", "LIM", "1.0", "GEQ", "1.0"});
+    text += "RHS\n";
+    text += fixedLine({"", "RHS", "OBJ", "-5.0", "EQPOS", "1.0"});
+    text += fixedLine({"", "RHS", "EQNEG", "2.0", "LIM", "4.0"});
+    text += fixedLine({"", "RHS", "GEQ", "1.0", "PLAIN", "3.0"});
+    text += "RANGES\n";
+    text += fixedLine({"", "RNG", "EQPOS", "2.0", "EQNEG", "-3.0"});
+    text += fixedLine({"", "RNG", "LIM", "1.5", "GEQ", "-2.5"});
+    text += "BOUNDS\n";
+    text += fixedLine({"UP", "BND", "X1", "8.0"});
+    text += fixedLine({"MI", "BND", "X2"});
+    text += fixedLine({"UP", "BND", "X2", "6.0"});
+    text += fixedLine({"UP", "BND", "X3", "-1.0"});
+    return text + "ENDATA\n";
+}
+
+// The same problem in free columns, with names too long for fixed columns and no set
+// names in RHS and RANGES.
+const char* const kMpsFree = R"(NAME TEST
+OBJSENSE MAXIMIZE
+ROWS
+ N OBJ
+ E EQPOS
+ E EQNEG
+ L LIM
+ G GEQ
+ E PLAIN
+ N OTHER
+COLUMNS
+ X1 OBJ 1.0 EQPOS 1.0
+ X1 LIM 2.0 OTHER 9.0
+ X2 OBJ 2.0 EQNEG 1.0
+ X2 GEQ 3.0 PLAIN 1.0
+ THIRD_COLUMN LIM 1.0 GEQ 1.0
+RHS
+ OBJ -5.0 EQPOS 1.0
+ EQNEG 2.0 LIM 4.0
+ GEQ 1.0 PLAIN 3.0
+RANGES
+ EQPOS 2.0 EQNEG -3.0
+ LIM 1.5 GEQ -2.5
+BOUNDS
+ UP BND X1 8.0
+ MI X2
+ UP BND X2 6.0
+ UP BND THIRD_COLUMN -1.0
+ENDATA
+)";
+
+TEST(MpsReader, RowsRangesBoundsSenseAndConstantMapOntoTheSolverRows) {
+    CapturedOutput warnings(stderr);
+    ConicProblem p = readMps(mpsFixed(), "test.mps");
+    const std::string warned = warnings.finish();
+    EXPECT_EQ(warned,
+              "test.mps:30: warning: negative upper bound on X3 with the default lower bound 0: the lower bound becomes "
+              "-infinity\n");
+    EXPECT_EQ(p.format, "MPS");
+    ASSERT_EQ(p.n, 3);
+    EXPECT_EQ(p.free_rows, 1);
+    EXPECT_EQ(p.linear_rows, 12);
+    expectRows(p,
+               {
+                   {0, 1, 0},    // PLAIN: 3 - x2 = 0
+                   {-1, 0, 0},   // EQPOS, range +2: x1 - 1 >= 0
+                   {1, 0, 0},    //                  3 - x1 >= 0
+                   {0, -1, 0},   // EQNEG, range -3: x2 + 1 >= 0
+                   {0, 1, 0},    //                  2 - x2 >= 0
+                   {-2, 0, -1},  // LIM, range 1.5: 2 x1 + x3 - 2.5 >= 0
+                   {2, 0, 1},    //                 4 - 2 x1 - x3 >= 0
+                   {0, -3, -1},  // GEQ, range 2.5: 3 x2 + x3 - 1 >= 0
+                   {0, 3, 1},    //                 3.5 - 3 x2 - x3 >= 0
+                   {-1, 0, 0},   // x1 >= 0
+                   {1, 0, 0},    // x1 <= 8
+                   {0, 1, 0},    // x2 <= 6 (MI: no lower bound)
+                   {0, 0, 1},    // x3 <= -1, lower bound gone
+               },
+               {3, -1, 3, 1, 2, -2.5, 4, -1, 3.5, 0, 8, 6, -1});
+    EXPECT_TRUE(p.maximise);
+    EXPECT_EQ(p.c, (std::vector<double>{-1, -2, 0}));
+    EXPECT_EQ(p.objective_constant, 5.0);
+    EXPECT_EQ(p.variable_names, (std::vector<std::string>{"X1", "X2", "X3"}));
+
+    CapturedOutput more(stderr);
+    ConicProblem q = readMps(kMpsFree, "free.mps");
+    more.finish();
+    expectSameProblem(p, q, 0.0);
+    EXPECT_EQ(q.variable_names[2], "THIRD_COLUMN");
+}
+
+TEST(MpsReader, BoundsLoFxFrPlAndAnUpperBoundBelowAGivenLowerOne) {
+    const char* text = R"(NAME B
+ROWS
+ N  COST
+ E  ROW
+COLUMNS
+    A         COST             1.0   ROW              1.0
+    B         ROW              1.0
+    C         ROW              1.0
+    D         ROW              1.0
+    E         ROW              1.0
+RHS
+    RHS       ROW              1.0
+BOUNDS
+ LO BND       A                2.0
+ FX BND       B                3.0
+ FR BND       C
+ UP BND       D                5.0
+ PL BND       D
+ LO BND       E               -3.0
+ UP BND       E               -1.0
+ENDATA
+)";
+    CapturedOutput warnings(stderr);
+    ConicProblem p = readMps(text, "bounds.mps");
+    EXPECT_EQ(warnings.finish(), "");  // E's lower bound was given, so UP -1 keeps it
+    EXPECT_EQ(p.free_rows, 2);
+    expectRows(p,
+               {
+                   {1, 1, 1, 1, 1},       // 1 - a'x = 0
+                   {0, 1, 0, 0, 0},       // B = 3
+                   {-1, 0, 0, 0, 0},      // A >= 2
+                   {0, 0, 0, -1, 0},      // D >= 0 (PL removed the upper bound)
+                   {0, 0, 0, 0, -1},      // E >= -3
+                   {0, 0, 0, 0, 1},       // E <= -1
+               },
+               {1, 3, -2, 0, 3, -1});
+}
+
+TEST(MpsReader, FixedColumnsKeepBlanksInNamesAndEmptySetNames) {
+    // Names with blanks only read in fixed columns; the RHS set name is left empty, as in
+    // several netlib files.
+    const std::string text = "NAME\nROWS\n" + fixedLine({"N", "COST"}) + fixedLine({"L", "LIM 1"}) + "COLUMNS\n" +
+                             fixedLine({"", "X 1", "COST", "1.0", "LIM 1", "2.0"}) + "RHS\n" +
+                             fixedLine({"", "", "LIM 1", "4.0"}) + "ENDATA\n";
+    ConicProblem p = readMps(text, "blanks.mps");
+    EXPECT_EQ(p.variable_names, (std::vector<std::string>{"X 1"}));
+    expectRows(p, {{2}, {-1}}, {4, 0});
+}
+
+TEST(MpsReader, RefusalsNameTheFileTheLineAndTheFault) {
+    const std::string head = "NAME\nROWS\n N  COST\n L  LIM\nCOLUMNS\n";  // 5 lines
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {head + " X COST 1 LIM 1\n", "bad.mps:6: the file ends without ENDATA"},
+        {head + " MARKER 'MARKER' 'INTORG'\n", "bad.mps:6: integer markers are not supported: korvex solves continuous problems"},
+        {head + " X COST 1 NOPE 1\nENDATA\n", "bad.mps:6: unknown row 'NOPE'"},
+        {head + " X COST 1 LIM nan\nENDATA\n", "bad.mps:6: coefficient is not a finite number: 'nan'"},
+        {head + " X COST 1 LIM\nENDATA\n", "bad.mps:6: a COLUMNS line has a column, then one or two row and value pairs"},
+        {head + " X LIM 1\n X LIM 2\nENDATA\n", "bad.mps:7: duplicate coordinate: already given on line 6"},
+        {head + " X COST 1\n X COST 2\nENDATA\n", "bad.mps:7: duplicate coordinate: already given on line 6"},
+        {head + " X LIM 1\nRHS\n RHS LIM 1\n RHS LIM 2\nENDATA\n", "bad.mps:9: duplicate right-hand side: already given on line 8"},
+        {head + " X LIM 1\nRANGES\n R COST 1\nENDATA\n", "bad.mps:8: a range on a free row"},
+        {head + " X LIM 1\nBOUNDS\n BV BND X\nENDATA\n", "bad.mps:8: integer bound type BV is not supported: korvex solves continuous problems"},
+        {head + " X LIM 1\nBOUNDS\n UP BND Y 1\nENDATA\n", "bad.mps:8: unknown column 'Y'"},
+        {head + " X LIM 1\nBOUNDS\n XX BND X 1\nENDATA\n", "bad.mps:8: unknown bound type 'XX'"},
+        {head + " X LIM 1\nQUADOBJ\nENDATA\n", "bad.mps:7: section 'QUADOBJ' is not supported"},
+        {"NAME\nROWS\n Q  COST\n", "bad.mps:3: row type must be N, E, L or G, not 'Q'"},
+        {"NAME\nROWS\n N  COST\n N  COST\n", "bad.mps:4: row 'COST' declared twice"},
+        {"NAME\nCOLUMNS\n", "bad.mps:2: COLUMNS before ROWS"},
+        {"NAME\nOBJSENSE\n    UP\n", "bad.mps:3: objective sense must be MIN or MAX, not 'UP'"},
+        {"NAME\nROWS\n N  COST\nENDATA\n", "bad.mps:4: the problem has no columns"},
+    };
+    expectRefusals(FileFormat::Mps, "bad.mps", cases);
+}
+
+}  // namespace
