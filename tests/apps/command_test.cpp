@@ -211,6 +211,49 @@ TEST(Command, HistoryAndPlotOfTheStandardIterationSayThereIsNone) {
     std::remove(svg.c_str());
 }
 
+TEST(Command, HistoryAndPlotOfTheMarletIteration) {
+    const std::string csv = scratch("marlet.csv");
+    const std::string svg = scratch("marlet.svg");
+    CommandRun run = korvex("--verbose 0 --eps 1e-6 --history " + csv + " --plot " + svg + " " + example("portfolio.cbf"));
+    ASSERT_EQ(run.exit_code, 0) << run.output;
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(run.output, match, std::regex("Solved, .* ([0-9]+) iterations")));
+    const int iterations = std::stoi(match[1]);
+
+    // One row per iteration from 0 to the last, whose figures passed the test; the last
+    // row has no step, since the solve stopped before taking one.
+    std::istringstream rows(fileText(csv));
+    std::string line;
+    std::getline(rows, line);
+    EXPECT_EQ(line, "iteration,rel_gap,res_pri,res_dual,primal_cost,dual_cost,fpr_norm,time_ms,step_kind,ls_count");
+    int expected_iteration = 0;
+    std::vector<std::string> last;
+    while (std::getline(rows, line)) {
+        std::vector<std::string> cells;
+        std::stringstream fields(line);
+        for (std::string cell; std::getline(fields, cell, ',');) cells.push_back(cell);
+        if (!line.empty() && line.back() == ',') cells.push_back("");
+        ASSERT_EQ(cells.size(), 10u) << line;
+        EXPECT_EQ(std::stoi(cells[0]), expected_iteration++);
+        last = cells;
+    }
+    EXPECT_EQ(expected_iteration, iterations + 1);
+    EXPECT_LT(std::stod(last[1]), 1e-6);
+    EXPECT_LT(std::stod(last[2]), 1e-6);
+    EXPECT_LT(std::stod(last[3]), 1e-6);
+    EXPECT_EQ(last[8], "");
+
+    // The plot draws the four series with a legend and labelled axes.
+    const std::string picture = fileText(svg);
+    EXPECT_NE(picture.find("<svg"), std::string::npos);
+    for (const char* label : {">primal residual<", ">dual residual<", ">relative gap<", ">fixed-point residual<",
+                              ">iteration<"}) {
+        EXPECT_NE(picture.find(label), std::string::npos) << label;
+    }
+    std::remove(csv.c_str());
+    std::remove(svg.c_str());
+}
+
 TEST(Command, NoSolvePrintsTheSizeOfTheProblem) {
     CommandRun run = korvex("--no-solve " + example("maxcut.dat-s"));
     EXPECT_EQ(run.exit_code, 0);

@@ -26,17 +26,16 @@ namespace {
 // iteration is in; then setDefaultSettings alone (with verbose 0 and the eps below).
 void problemSetSettings(Settings* settings) {
     setDefaultSettings(settings);
-    settings->do_super_korvex = 0;
     settings->verbose = 0;
     settings->eps = 1e-4;
     settings->max_iters = 100000;
 }
 
-// Too slow for the suite's budget with the settings above (gpp100, arch0 and gp_dave_1
-// run into max_iters after 40 to 100 s), or not within 10 eps of the reference with them
-// (control1 at the limit; hinf1 and demb761 end "Solved" 1.0e-3 and 1.7e-3 away).
-const std::set<std::string> kSlowProblems = {"sdp/gpp100.dat-s", "sdp/arch0.dat-s",   "sdp/control1.dat-s",
-                                             "exp/gp_dave_1.cbf", "sdp/hinf1.dat-s", "exp/demb761.cbf"};
+// Too slow for the suite's budget with the settings above: gpp100, arch0 and gp_dave_1
+// need more than a minute each, and control1 reaches max_iters 1.7e-2 away from its
+// reference.
+const std::set<std::string> kSlowProblems = {"sdp/gpp100.dat-s", "sdp/arch0.dat-s", "sdp/control1.dat-s",
+                                             "exp/gp_dave_1.cbf"};
 
 std::vector<ManifestEntry> devProblems() {
     std::vector<ManifestEntry> chosen;
