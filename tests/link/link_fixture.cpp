@@ -1,7 +1,6 @@
 #include "link/link_fixture.h"
 
 #include <algorithm>
-#include <csignal>
 
 KorvexLink LinkTest::link;
 
@@ -14,26 +13,13 @@ Settings linkTestSettings() {
     return settings;
 }
 
-standin::ConeProgram coneProgram(const Problem& problem) {
-    standin::ConeProgram program;
-    program.rows = problem.rows;
-    program.b = problem.b;
-    program.c = problem.c;
-    program.free_vars = problem.free_vars;
-    program.linear_vars = problem.linear_vars;
-    program.soc_sizes = problem.soc;
-    program.sd_sizes = problem.sd;
-    program.exp_triples = problem.exp_triples;
-    program.dual_exp_triples = problem.dual_exp_triples;
-    program.power_exponents = problem.power;
-    return program;
+standin::ConeProgram coneProgram(const Problem& p) {
+    return {p.rows, p.b, p.c, p.free_vars, p.linear_vars, p.soc, p.sd, p.exp_triples, p.dual_exp_triples, p.power};
 }
 
 void LinkTest::SetUp() {
-    if (link.handle == nullptr) {
-        std::string error;
-        ASSERT_TRUE(openKorvexLink(KORVEX_LINK_PATH, &link, &error)) << error;
-    }
+    std::string error;
+    ASSERT_TRUE(link.handle != nullptr || openKorvexLink(KORVEX_LINK_PATH, &link, &error)) << error;
     ASSERT_EQ(link.getVersion(), 5);
     ASSERT_EQ(link.initialize(host), 0);
 }
@@ -89,38 +75,6 @@ std::vector<std::int32_t> LinkTest::idList() {
 }
 
 int LinkTest::deleteInstance(std::int32_t id) {
-    std::int32_t key = id;
-    HostArgument arguments[] = {&key};
+    HostArgument arguments[] = {&id};
     return link.remove(host, 1, arguments, nullptr);
-}
-
-ConsoleTap::ConsoleTap(std::string trigger) : trigger_(std::move(trigger)) {
-    std::fflush(stdout);
-    stream_ = fopencookie(this, "w", cookie_io_functions_t{nullptr, write, nullptr, nullptr});
-    std::setvbuf(stream_, nullptr, _IONBF, 0);  // every print reaches write at once
-    saved_ = stdout;
-    stdout = stream_;  // glibc's stdout is an assignable variable, read at every print
-}
-
-ConsoleTap::~ConsoleTap() { finish(); }
-
-std::string ConsoleTap::finish() {
-    if (stream_ != nullptr) {
-        stdout = saved_;
-        std::fclose(stream_);
-        stream_ = nullptr;
-        // A failure reported inside the scope went into the tap too: show it all.
-        if (testing::Test::HasFailure()) std::fwrite(text_.data(), 1, text_.size(), stdout);
-    }
-    return text_;
-}
-
-ssize_t ConsoleTap::write(void* cookie, const char* data, size_t size) {
-    auto* tap = static_cast<ConsoleTap*>(cookie);
-    tap->text_.append(data, size);
-    if (!tap->trigger_.empty() && !tap->fired_ && tap->text_.find(tap->trigger_) != std::string::npos) {
-        tap->fired_ = true;
-        std::raise(SIGINT);
-    }
-    return static_cast<ssize_t>(size);
 }
