@@ -2,7 +2,6 @@
 // front ends and the host rely on.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstddef>
 #include <cstring>
 #include <set>
@@ -13,81 +12,64 @@
 namespace {
 
 TEST(Records, StatusCodesHaveTheirTexts) {
-    const struct {
-        int code;
-        const char* text;
-    } table[] = {{1, "Solved"},        {2, "Solved/Inaccurate"},     {-1, "Unbounded"},
-                 {-6, "Unbounded/Inaccurate"}, {-2, "Infeasible"}, {-7, "Infeasible/Inaccurate"},
-                 {-3, "Indeterminate"}, {-4, "Failure"},            {-5, "Interrupted"}};
-    for (const auto& row : table) {
-        EXPECT_STREQ(statusText(row.code), row.text);
-        EXPECT_LT(std::strlen(row.text), static_cast<std::size_t>(kStatusTextLength));
+    const std::pair<int, const char*> table[] = {
+        {1, "Solved"},          {2, "Solved/Inaccurate"}, {-1, "Unbounded"}, {-6, "Unbounded/Inaccurate"},
+        {-2, "Infeasible"},     {-7, "Infeasible/Inaccurate"}, {-3, "Indeterminate"}, {-4, "Failure"},
+        {-5, "Interrupted"},    {0, ""}, {3, ""}, {-8, ""}};
+    for (const auto& [code, text] : table) {
+        EXPECT_STREQ(statusText(code), text);
+        EXPECT_LT(std::strlen(text), static_cast<std::size_t>(kStatusTextLength));
     }
-    EXPECT_STREQ(statusText(0), "");
-    EXPECT_STREQ(statusText(3), "");
-    EXPECT_STREQ(statusText(-8), "");
-}
-
-TEST(Records, SetStatusTextTerminatesWithinTheField) {
+    // setStatusText terminates within the field.
     Info info;
     std::memset(&info, 'q', sizeof info);
     setStatusText(&info, statusText(KORVEX_INFEASIBLE_INACCURATE));
     EXPECT_STREQ(info.status, "Infeasible/Inaccurate");
-    const std::string too_long(40, 'w');
-    setStatusText(&info, too_long.c_str());
+    setStatusText(&info, std::string(40, 'w').c_str());
     EXPECT_EQ(std::string(info.status), std::string(31, 'w'));
 }
 
 TEST(Records, DirectionNamesAreComparedInFull) {
-    EXPECT_EQ(directionCode("restarted_broyden"), 100);
-    EXPECT_EQ(directionCode("restarted_broyden_v2"), 101);
-    EXPECT_EQ(directionCode("fixed_point_residual"), 200);
-    EXPECT_EQ(directionCode("full_broyden"), 300);
-    // Anything else, however close, is the default kind.
-    for (const char* other : {"", "Full_broyden", "full_broyden ", "full", "restarted_broyden_v3", "anderson"}) {
-        EXPECT_EQ(directionCode(other), 100) << '"' << other << '"';
-    }
-    EXPECT_EQ(directionCode(nullptr), 100);
+    const std::pair<const char*, int> names[] = {
+        {"restarted_broyden", 100}, {"restarted_broyden_v2", 101}, {"fixed_point_residual", 200},
+        {"full_broyden", 300},      {"", 100},                     {"Full_broyden", 100},
+        {"full_broyden ", 100},     {"full", 100},                 {"restarted_broyden_v3", 100},
+        {"anderson", 100},          {nullptr, 100}};  // anything else, however close, is the default kind
+    for (const auto& [name, code] : names) EXPECT_EQ(directionCode(name), code) << (name ? name : "null");
     for (int code : {100, 101, 200, 300}) EXPECT_EQ(directionCode(directionName(code)), code);
     EXPECT_EQ(directionName(0), nullptr);
 }
 
-// Every byte of the record is written: nothing keeps the fill pattern, and the fields
-// outside the option table get their fixed values.
-TEST(Records, DefaultsWriteEveryField) {
+TEST(Records, DefaultsWriteEveryFieldOfTheOptionTableInFieldOrder) {
+    // Every byte of the record is written: nothing keeps the fill pattern, and the fields
+    // outside the option table get their fixed values.
     Settings filled;
     std::memset(&filled, 0xA5, sizeof filled);
-    Settings pattern = filled;
+    const Settings pattern = filled;
     setDefaultSettings(&filled);
-    for (int k = 0; k < kSettingDescriptorCount; ++k) {
-        const SettingDescriptor& option = kSettingDescriptors[k];
-        SCOPED_TRACE(option.name);
-        if (option.int_field != nullptr) {
-            EXPECT_NE(filled.*option.int_field, pattern.*option.int_field);
-            EXPECT_EQ(filled.*option.int_field, option.default_value);
-        } else {
-            EXPECT_EQ(filled.*option.double_field, option.default_value);
-        }
-    }
     EXPECT_EQ(filled.stream_override, 0);
     EXPECT_EQ(filled.output_stream, stdout);
     EXPECT_EQ(filled.dir, directionCode("restarted_broyden"));
-}
 
-// The option table covers the fields from normalize to record_progress exactly once,
-// in field order, under the field's own name.
-TEST(Records, OptionTableCoversTheFieldsInOrder) {
+    // The table covers the fields from normalize to record_progress exactly once, in field
+    // order, under the field's own name.
     ASSERT_EQ(kSettingDescriptorCount, 26);
-    Settings probe{};
-    const char* base = reinterpret_cast<const char*>(&probe);
+    const char* base = reinterpret_cast<const char*>(&filled);
     std::ptrdiff_t last_offset = -1;
     std::set<std::string> names;
     for (int k = 0; k < kSettingDescriptorCount; ++k) {
         const SettingDescriptor& option = kSettingDescriptors[k];
         SCOPED_TRACE(option.name);
         ASSERT_TRUE((option.int_field == nullptr) != (option.double_field == nullptr));
-        const char* field = option.int_field != nullptr ? reinterpret_cast<const char*>(&(probe.*option.int_field))
-                                                        : reinterpret_cast<const char*>(&(probe.*option.double_field));
+        const char* field;
+        if (option.int_field != nullptr) {
+            field = reinterpret_cast<const char*>(&(filled.*option.int_field));
+            EXPECT_NE(filled.*option.int_field, pattern.*option.int_field);
+            EXPECT_EQ(filled.*option.int_field, option.default_value);
+        } else {
+            field = reinterpret_cast<const char*>(&(filled.*option.double_field));
+            EXPECT_EQ(filled.*option.double_field, option.default_value);
+        }
         EXPECT_GT(field - base, last_offset);
         last_offset = field - base;
         EXPECT_TRUE(names.insert(option.name).second);

@@ -155,7 +155,7 @@ TEST(Validation, DimensionsMatrixDataAndCone) {
 
 TEST(Validation, WarningsLetTheSolveRun) {
     // An empty column and fewer rows than columns: both warn, and the solve goes on.
-    Problem wide("wide");
+    Problem wide{.name = "wide"};
     wide.rows = {{1, 0, 1}};
     wide.b = {1};
     wide.c = {1, 0, 1};
@@ -168,7 +168,7 @@ TEST(Validation, WarningsLetTheSolveRun) {
               "WARN: A->p (column pointers) not strictly increasing, column 1 empty\n");
 
     // Anz = m n is the largest count that passes; one more (a duplicate) does not.
-    Problem full("full");
+    Problem full{.name = "full"};
     full.rows = {{1}};
     full.b = {1};
     full.c = {1};

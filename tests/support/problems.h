@@ -3,30 +3,21 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "core/records.h"
 
 // minimise c'x subject to A x + s = b, s in K, with A given densely by rows.
 struct Problem {
-    explicit Problem(std::string problem_name) : name(std::move(problem_name)) {}
-
-    std::string name;
-    std::vector<std::vector<double>> rows;  // m rows of n entries
-    std::vector<double> b;
-    std::vector<double> c;
-    int free_vars = 0;
-    int linear_vars = 0;
-    std::vector<int> soc;
-    std::vector<int> sd;
-    int exp_triples = 0;
-    int dual_exp_triples = 0;
-    std::vector<double> power;
-
-    // Known optimum (for solvable problems) and optimal x.
-    double objective = 0.0;
-    std::vector<double> x;
+    std::string name{};
+    std::vector<std::vector<double>> rows{};  // m rows of n entries
+    std::vector<double> b{}, c{};
+    int free_vars = 0, linear_vars = 0;
+    std::vector<int> soc{}, sd{};
+    int exp_triples = 0, dual_exp_triples = 0;
+    std::vector<double> power{};
+    double objective = 0.0;  // known optimum and optimal x of a solvable problem
+    std::vector<double> x{};
 
     int m() const { return static_cast<int>(b.size()); }
     int n() const { return static_cast<int>(c.size()); }
@@ -39,9 +30,7 @@ public:
     ~SolveRun();
     SolveRun(const SolveRun&) = delete;
     SolveRun& operator=(const SolveRun&) = delete;
-
-    // Runs solveConeProgram; the console report (standard output) is kept in report.
-    int solve();
+    int solve();  // solveConeProgram, its console report (standard output) kept in report
 
     Settings settings{};
     Info info{};
@@ -52,23 +41,23 @@ public:
     std::string report;
 
 private:
+    Problem problem_;
     std::vector<double> values_;
-    std::vector<int> rows_;
-    std::vector<int> starts_;
-    std::vector<double> b_;
-    std::vector<double> c_;
-    std::vector<int> soc_;
-    std::vector<int> sd_;
-    std::vector<double> power_;
+    std::vector<int> rows_, starts_;
 };
 
 // Settings of the end-to-end tests: standard iteration, quiet, eps 1e-6, a generous limit.
 void useTestSettings(Settings* settings);
 
-// The problems with known solutions, one or more per cone family and some mixes.
+// The problems with known solutions, one or more per cone family and some mixes; the
+// first is an LP of four non-negative rows and two variables.
 std::vector<Problem> knownProblems();
+// x >= 1 and x <= 0 (linear), and |(x1, x2)| <= 1 with x1 >= 2 (second order).
+std::vector<Problem> infeasibleProblems();
+// min -x on x >= 0, and min -x1 on |x2| <= x1 (a second-order cone of two entries).
+std::vector<Problem> unboundedProblems();
 
-// A x + s - b (m entries), A'y (n entries), and b'y, c'x of a run's solution.
+// A x + s - b (m entries), A'y (n entries), and a'b.
 std::vector<double> primalResidual(const SolveRun& run);
 std::vector<double> dualProduct(const SolveRun& run);
 double dot(const std::vector<double>& a, const double* b);
