@@ -17,101 +17,20 @@ const double kRoot2 = std::sqrt(2.0);
 // Rows 0..20 in ten blocks whose file order is far from the solver's. Row i has the
 // coefficient i + 1 on x0 and the constant (i + 1) / 2; row 4, the head of the rotated
 // block, also has x1 alone, which the mixing spreads over two rows.
-const char* const kScalarCones = R"(# every scalar cone
-VER
-3
-
-POWCONES
-1 2
-2
-1.0
-3.0
-
-POW*CONES
-1 2
-2
-2.0
-2.0
-
-OBJSENSE
-MAX
-
-VAR
-2 1
-F 2
-
-CON
-21 10
-EXP 3
-L- 1
-QR 3
-L= 1
-@0:POW 3
-Q 2
-EXP* 3
-L+ 1
-@0:POW* 3
-F 1
-
-OBJACOORD
-1
-0 2.0
-
-OBJBCOORD
-1.5
-
-ACOORD
-22
-0 0 1
-1 0 2
-2 0 3
-3 0 4
-4 0 5
-5 0 6
-6 0 7
-7 0 8
-8 0 9
-9 0 10
-10 0 11
-11 0 12
-12 0 13
-13 0 14
-14 0 15
-15 0 16
-16 0 17
-17 0 18
-18 0 19
-19 0 20
-20 0 21
-4 1 1
-
-BCOORD
-21
-0 0.5
-1 1
-2 1.5
-3 2
-4 2.5
-5 3
-6 3.5
-7 4
-8 4.5
-9 5
-10 5.5
-11 6
-12 6.5
-13 7
-14 7.5
-15 8
-16 8.5
-17 9
-18 9.5
-19 10
-20 10.5
-)";
+std::string scalarConesText() {
+    std::string text = "# every scalar cone\nVER\n3\nPOWCONES\n1 2\n2\n1.0\n3.0\nPOW*CONES\n1 2\n2\n2.0\n2.0\nOBJSENSE\nMAX\n"
+                       "VAR\n2 1\nF 2\nCON\n21 10\nEXP 3\nL- 1\nQR 3\nL= 1\n@0:POW 3\nQ 2\nEXP* 3\nL+ 1\n@0:POW* 3\nF 1\n"
+                       "OBJACOORD\n1\n0 2.0\nOBJBCOORD\n1.5\nACOORD\n22\n";
+    std::string constants = "BCOORD\n21\n";
+    for (int i = 0; i < 21; ++i) {
+        text += std::to_string(i) + " 0 " + std::to_string(i + 1) + "\n";
+        constants += std::to_string(i) + " " + std::to_string((i + 1) / 2.0) + "\n";
+    }
+    return text + "4 1 1\n" + constants;
+}
 
 TEST(CbfReader, ScalarConesGoToTheSolverOrderWithTheFileOrientationUndone) {
-    ConicProblem p = readCbf(kScalarCones, "scalar.cbf");
+    ConicProblem p = readCbf(scalarConesText(), "scalar.cbf");
     EXPECT_EQ(p.format, "CBF");
     ASSERT_EQ(p.m, 20);  // the free row is dropped
     ASSERT_EQ(p.n, 2);
@@ -190,41 +109,9 @@ TEST(CbfReader, ConesOfTheVarSectionBecomeRowsOnTheirVariables) {
 }
 
 TEST(CbfReader, MatrixVariablesAndMatrixConstraintsArePacked) {
-    const char* text = R"(VER
-1
-OBJSENSE
-MIN
-PSDVAR
-1
-2
-VAR
-1 1
-F 1
-PSDCON
-1
-2
-CON
-1 1
-L+ 1
-OBJFCOORD
-2
-0 0 0 1.0
-0 1 0 3.0
-FCOORD
-1
-0 0 0 1 2.0
-ACOORD
-1
-0 0 1.0
-HCOORD
-2
-0 0 1 0 4.0
-0 0 1 1 5.0
-DCOORD
-2
-0 0 0 6.0
-0 1 0 7.0
-)";
+    const char* text = "VER\n1\nOBJSENSE\nMIN\nPSDVAR\n1\n2\nVAR\n1 1\nF 1\nPSDCON\n1\n2\nCON\n1 1\nL+ 1\nOBJFCOORD\n2\n"
+                       "0 0 0 1.0\n0 1 0 3.0\nFCOORD\n1\n0 0 0 1 2.0\nACOORD\n1\n0 0 1.0\nHCOORD\n2\n0 0 1 0 4.0\n0 0 1 1 5.0\n"
+                       "DCOORD\n2\n0 0 0 6.0\n0 1 0 7.0\n";
     ConicProblem p = readCbf(text, "psd.cbf");
     // Columns: x0, then X packed (X00, sqrt2 X10, X11). Rows: the L+ row, the matrix
     // constraint (packed), the matrix variable's own cone.

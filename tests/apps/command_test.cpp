@@ -60,16 +60,14 @@ double summaryObjective(const std::string& output) {
     return std::stod(match[1]);
 }
 
-TEST(Command, SolvesAnExampleAndEndsWithOneSummaryLine) {
+TEST(Command, ReportOfTheLibraryThenOneSummaryLine) {
     CommandRun run = korvex(kQuiet + "--eps 1e-7 " + example("production.mps"));
     EXPECT_EQ(run.exit_code, 0);
-    static const std::regex kSummary(
-        "korvex: Solved, objective 36\\.0+[0-9]* \\(max\\), [0-9]+ iterations, read [0-9.]+s, setup [0-9.]+s, solve [0-9.]+s\n");
-    EXPECT_TRUE(std::regex_match(run.output, kSummary)) << run.output;
-}
-
-TEST(Command, TheReportOfTheLibraryComesFirst) {
-    CommandRun run = korvex("--do-super-korvex 0 --eps=1e-7 " + example("portfolio.cbf"));
+    EXPECT_TRUE(std::regex_match(run.output, std::regex("korvex: Solved, objective 36\\.0+[0-9]* \\(max\\), [0-9]+ "
+                                                        "iterations, read [0-9.]+s, setup [0-9.]+s, solve [0-9.]+s\n")))
+        << run.output;
+    // The dashed spelling of a setting, and NAME=VALUE.
+    run = korvex("--do-super-korvex 0 --eps=1e-7 " + example("portfolio.cbf"));
     EXPECT_EQ(run.exit_code, 0);
     EXPECT_NE(run.output.find("Running Standard KORVEX..."), std::string::npos) << run.output;
     EXPECT_LT(run.output.find("Running Standard KORVEX..."), run.output.find("korvex: Solved"));
@@ -180,13 +178,9 @@ TEST(Command, WritesSolutionJsonAndCbfThatSolvesToTheSameObjective) {
     CommandRun run = korvex(kQuiet + "--eps 1e-8 --max-iters 100000 --solution " + json + " --write-cbf " + cbf + " " +
                      example("entropy.cbf"));
     ASSERT_EQ(run.exit_code, 0) << run.output;
+    // Every field is checked by the JSON writer's own test; here the values of a real solve.
     const std::string solution = fileText(json);
-    for (const char* field : {"\"status\": \"Solved\"", "\"statusVal\": 1", "\"iter\": ", "\"objective\": ", "\"pobj\": ",
-                              "\"dobj\": ", "\"resPri\": ", "\"resDual\": ", "\"resInfeas\": ", "\"resUnbdd\": ",
-                              "\"relGap\": ", "\"setupTime\": ", "\"solveTime\": ", "\"readTime\": ", "\"x\": [",
-                              "\"X\": []", "\"y\": [", "\"s\": ["}) {
-        EXPECT_NE(solution.find(field), std::string::npos) << field;
-    }
+    EXPECT_NE(solution.find("\"status\": \"Solved\""), std::string::npos) << solution;
     // x is the file's eight variables: the distribution (0.35, 0.35, 0.15, 0.15) first.
     std::smatch match;
     ASSERT_TRUE(std::regex_search(solution, match, std::regex("\"x\": \\[([^,]+),([^,]+),([^,]+),([^,]+),")));
@@ -243,13 +237,8 @@ TEST(Command, HistoryAndPlotOfTheMarletIteration) {
     EXPECT_LT(std::stod(last[3]), 1e-6);
     EXPECT_EQ(last[8], "");
 
-    // The plot draws the four series with a legend and labelled axes.
-    const std::string picture = fileText(svg);
-    EXPECT_NE(picture.find("<svg"), std::string::npos);
-    for (const char* label : {">primal residual<", ">dual residual<", ">relative gap<", ">fixed-point residual<",
-                              ">iteration<"}) {
-        EXPECT_NE(picture.find(label), std::string::npos) << label;
-    }
+    // The plot's parts are checked by its writer's own test; here it draws the history.
+    EXPECT_NE(fileText(svg).find("<polyline"), std::string::npos);
     std::remove(csv.c_str());
     std::remove(svg.c_str());
 }

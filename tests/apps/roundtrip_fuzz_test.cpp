@@ -17,55 +17,19 @@ namespace {
 // Every cone the writer knows: zero, non-negative, second-order (from a rotated cone),
 // semidefinite (from a matrix variable and a matrix constraint), both exponential
 // cones, both power cones; a maximisation with a constant.
-const char* const kEveryCone = R"(VER
-3
-POWCONES
-1 2
-2
-0.3
-0.7
-POW*CONES
-1 2
-2
-1.0
-3.0
-OBJSENSE
-MAX
-PSDVAR
-1
-3
-VAR
-12 6
-F 2
-L+ 1
-EXP* 3
-QR 3
-@0:POW 3
-F 0
-)";
-
-std::string everyConeText() {
-    // The VAR list above ends in a placeholder; the last block is "@0:POW* 3" instead.
-    std::string text = kEveryCone;
-    text.replace(text.find("F 0\n"), 4, "@0:POW* 3\n");
-    text.replace(text.find("12 6\n"), 5, "15 6\n");
-    text += "PSDCON\n1\n2\nCON\n5 3\nL= 1\nEXP 3\nL- 1\n";
-    text += "OBJACOORD\n2\n0 1.5\n14 -2\nOBJBCOORD\n-0.25\nOBJFCOORD\n1\n0 2 1 0.5\n";
-    text += "ACOORD\n6\n0 0 1\n0 1 1\n1 2 2\n2 3 -1\n3 4 0.5\n4 0 1\n";
-    text += "BCOORD\n3\n0 -1\n2 1.25\n4 3\n";
-    text += "FCOORD\n1\n4 0 1 1 0.75\n";
-    text += "HCOORD\n2\n0 0 1 0 1.5\n0 1 1 1 -2\nDCOORD\n1\n0 0 0 1\n";
-    return text;
-}
+const char* const kEveryCone =
+    "VER\n3\nPOWCONES\n1 2\n2\n0.3\n0.7\nPOW*CONES\n1 2\n2\n1.0\n3.0\nOBJSENSE\nMAX\nPSDVAR\n1\n3\nVAR\n15 6\nF 2\n"
+    "L+ 1\nEXP* 3\nQR 3\n@0:POW 3\n@0:POW* 3\nPSDCON\n1\n2\nCON\n5 3\nL= 1\nEXP 3\nL- 1\nOBJACOORD\n2\n0 1.5\n14 -2\n"
+    "OBJBCOORD\n-0.25\nOBJFCOORD\n1\n0 2 1 0.5\nACOORD\n6\n0 0 1\n0 1 1\n1 2 2\n2 3 -1\n3 4 0.5\n4 0 1\n"
+    "BCOORD\n3\n0 -1\n2 1.25\n4 3\nFCOORD\n1\n4 0 1 1 0.75\nHCOORD\n2\n0 0 1 0 1.5\n0 1 1 1 -2\nDCOORD\n1\n0 0 0 1\n";
 
 struct Sample {
     FileFormat format;
-    std::string name;
-    std::string text;
+    std::string name, text;
 };
 
 std::vector<Sample> samples() {
-    std::vector<Sample> list{{FileFormat::Cbf, "every_cone.cbf", everyConeText()}};
+    std::vector<Sample> list{{FileFormat::Cbf, "every_cone.cbf", kEveryCone}};
     for (const char* example : {"portfolio.cbf", "production.mps", "maxcut.dat-s", "entropy.cbf", "geometric_mean.cbf",
                                 "infeasible.mps", "unbounded.cbf"}) {
         const std::string path = examplesDir() + "/" + example;
@@ -75,6 +39,16 @@ std::vector<Sample> samples() {
 }
 
 TEST(RoundTrip, WritingCbfAndReadingItBackGivesTheSameProblem) {
+    ConicProblem p = readCbf(kEveryCone, "every_cone.cbf");
+    EXPECT_TRUE(p.free_rows == 1 && p.linear_rows == 2 && p.exp_triples == 1 && p.dual_exp_triples == 1);
+    EXPECT_EQ(p.soc_sizes, (std::vector<int>{3}));
+    EXPECT_EQ(p.sd_sizes, (std::vector<int>{2, 3}));
+    ASSERT_EQ(p.power_exponents.size(), 2u);
+    EXPECT_DOUBLE_EQ(p.power_exponents[0], 0.3);
+    EXPECT_DOUBLE_EQ(p.power_exponents[1], -0.25);
+    EXPECT_EQ(p.n, 15 + 6);
+    EXPECT_EQ(p.objective_constant, -0.25);
+
     for (const Sample& sample : samples()) {
         SCOPED_TRACE(sample.name);
         CapturedOutput quiet(stderr);
@@ -87,86 +61,51 @@ TEST(RoundTrip, WritingCbfAndReadingItBackGivesTheSameProblem) {
         expectSameProblem(original, again, original.sd_sizes.empty() ? 0.0 : 1e-15);
         // Without semidefinite rows a second round gives the same text, but for the
         // comment that names the source.
-        if (original.sd_sizes.empty()) {
-            const std::string twice = cbfText(again);
-            EXPECT_EQ(written.substr(written.find('\n')), twice.substr(twice.find('\n')));
-        }
+        if (!original.sd_sizes.empty()) continue;
+        const std::string twice = cbfText(again);
+        EXPECT_EQ(written.substr(written.find('\n')), twice.substr(twice.find('\n')));
     }
 }
 
-TEST(RoundTrip, EveryConeFileHasTheExpectedShape) {
-    ConicProblem p = readCbf(everyConeText(), "every_cone.cbf");
-    EXPECT_EQ(p.free_rows, 1);
-    EXPECT_EQ(p.linear_rows, 2);
-    EXPECT_EQ(p.soc_sizes, (std::vector<int>{3}));
-    EXPECT_EQ(p.sd_sizes, (std::vector<int>{2, 3}));
-    EXPECT_EQ(p.exp_triples, 1);
-    EXPECT_EQ(p.dual_exp_triples, 1);
-    ASSERT_EQ(p.power_exponents.size(), 2u);
-    EXPECT_DOUBLE_EQ(p.power_exponents[0], 0.3);
-    EXPECT_DOUBLE_EQ(p.power_exponents[1], -0.25);
-    EXPECT_EQ(p.n, 15 + 6);
-    EXPECT_EQ(p.objective_constant, -0.25);
-}
-
-// The invariants of a problem that a reader gives back: compressed columns with rows in
-// range and ascending, and a cone that covers exactly the m rows.
-void expectWellFormed(const ConicProblem& p) {
-    ASSERT_EQ(p.column_starts.size(), static_cast<std::size_t>(p.n) + 1);
-    ASSERT_EQ(p.column_starts[0], 0);
-    ASSERT_EQ(static_cast<std::size_t>(p.column_starts[p.n]), p.values.size());
-    for (int j = 0; j < p.n; ++j) {
-        ASSERT_LE(p.column_starts[j], p.column_starts[j + 1]);
-        for (int e = p.column_starts[j]; e < p.column_starts[j + 1]; ++e) {
-            ASSERT_GE(p.row_indices[e], 0);
-            ASSERT_LT(p.row_indices[e], p.m);
-            if (e > p.column_starts[j]) {
-                ASSERT_LT(p.row_indices[e - 1], p.row_indices[e]);
-            }
-            ASSERT_TRUE(std::isfinite(p.values[e]));
-        }
-    }
-    ASSERT_EQ(p.b.size(), static_cast<std::size_t>(p.m));
-    ASSERT_EQ(p.c.size(), static_cast<std::size_t>(p.n));
-    Settings settings{};
-    ProblemRecords records(p, &settings);
-    EXPECT_EQ(coneTotalSize(&records.cone), p.m);
-}
-
-// Reads text; a refusal must be a ReadError that names the file and a line.
+// A read must give compressed columns with rows in range and ascending and a cone that
+// covers exactly the m rows; a refusal must be a ReadError that names the file and a line.
 void readOrRefuse(const Sample& sample, const std::string& text) {
     static const std::regex kMessage("^fuzz(:[0-9]+)?: .+");
     try {
-        ConicProblem p = readText(sample.format, text, "fuzz");
-        expectWellFormed(p);
+        const ConicProblem p = readText(sample.format, text, "fuzz");
+        ASSERT_EQ(p.column_starts.size(), static_cast<std::size_t>(p.n) + 1);
+        ASSERT_EQ(p.column_starts[0], 0);
+        ASSERT_EQ(static_cast<std::size_t>(p.column_starts[p.n]), p.values.size());
+        for (int j = 0; j < p.n; ++j) {
+            ASSERT_LE(p.column_starts[j], p.column_starts[j + 1]);
+            for (int e = p.column_starts[j]; e < p.column_starts[j + 1]; ++e) {
+                ASSERT_TRUE(p.row_indices[e] >= 0 && p.row_indices[e] < p.m && std::isfinite(p.values[e]));
+                ASSERT_TRUE(e == p.column_starts[j] || p.row_indices[e - 1] < p.row_indices[e]);
+            }
+        }
+        ASSERT_TRUE(p.b.size() == static_cast<std::size_t>(p.m) && p.c.size() == static_cast<std::size_t>(p.n));
+        Settings settings{};
+        ProblemRecords records(p, &settings);
+        EXPECT_EQ(coneTotalSize(&records.cone), p.m);
     } catch (const ReadError& error) {
         ASSERT_TRUE(std::regex_match(error.what(), kMessage)) << error.what();
     }
 }
 
-TEST(Fuzz, TruncatedFilesAreReadOrRefusedWithAPlace) {
-    for (const Sample& sample : samples()) {
-        SCOPED_TRACE(sample.name);
-        CapturedOutput quiet(stderr);
-        for (std::size_t length = 0; length < sample.text.size(); ++length) readOrRefuse(sample, sample.text.substr(0, length));
-        quiet.finish();
-    }
-}
-
-TEST(Fuzz, MutatedFilesAreReadOrRefusedWithAPlace) {
-    // Bytes that matter to the readers: digits, signs, blanks, line ends, letters of the
-    // keywords, and a few that none of them expects.
+TEST(Fuzz, TruncatedAndMutatedFilesAreReadOrRefusedWithAPlace) {
+    // Mutations use bytes that matter to the readers: digits, signs, blanks, line ends,
+    // letters of the keywords, and a few that none of them expects.
     const std::string alphabet = "0123456789-+.eE \t\n\r#*\"{},ACDEFGLNOPQRSUVX@:=\x01\xff";
     std::mt19937 random(20261122);
     for (const Sample& sample : samples()) {
         SCOPED_TRACE(sample.name);
         CapturedOutput quiet(stderr);
+        for (std::size_t length = 0; length < sample.text.size(); ++length) readOrRefuse(sample, sample.text.substr(0, length));
         for (int trial = 0; trial < 1500; ++trial) {
             std::string text = sample.text;
-            const int edits = 1 + static_cast<int>(random() % 3);
-            for (int k = 0; k < edits; ++k) {
-                std::size_t at = random() % text.size();
-                char byte = alphabet[random() % alphabet.size()];
+            for (int edits = 1 + static_cast<int>(random() % 3); edits > 0; --edits) {
+                const std::size_t at = random() % text.size();
+                const char byte = alphabet[random() % alphabet.size()];
                 switch (random() % 3) {
                     case 0: text[at] = byte; break;
                     case 1: text.insert(at, 1, byte); break;

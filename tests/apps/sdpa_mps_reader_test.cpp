@@ -22,26 +22,9 @@ void expectRows(const ConicProblem& p, const std::vector<std::vector<double>>& A
 }
 
 // The sample of the SDPLIB format note, with a third, diagonal block added.
-const char* const kSdpaSample = R"("A sample problem.
-* a second comment
-2 =mdim
-3 =nblocks
-{2, 2, -2}
-10.0 20.0
-0 1 1 1 1.0
-0 1 2 2 2.0
-0 2 1 1 3.0
-0 2 2 2 4.0
-1 1 1 1 1.0
-1 1 2 2 1.0
-2 1 2 2 1.0
-2 2 1 1 5.0
-2 2 2 1 2.0
-2 2 2 2 6.0
-1 3 1 1 7.0
-0 3 2 2 8.0
-2 3 2 2 -1.0
-)";
+const char* const kSdpaSample = "\"A sample problem.\n* a second comment\n2 =mdim\n3 =nblocks\n{2, 2, -2}\n10.0 20.0\n0 1 1 1 1.0\n"
+                                "0 1 2 2 2.0\n0 2 1 1 3.0\n0 2 2 2 4.0\n1 1 1 1 1.0\n1 1 2 2 1.0\n2 1 2 2 1.0\n2 2 1 1 5.0\n"
+                                "2 2 2 1 2.0\n2 2 2 2 6.0\n1 3 1 1 7.0\n0 3 2 2 8.0\n2 3 2 2 -1.0\n";
 
 TEST(SdpaReader, BlocksBecomeNonNegativeRowsThenPackedMatrices) {
     ConicProblem p = readSdpa(kSdpaSample, "sample.dat-s");
@@ -121,36 +104,11 @@ std::string mpsFixed() {
 
 // The same problem in free columns, with names too long for fixed columns and no set
 // names in RHS and RANGES.
-const char* const kMpsFree = R"(NAME TEST
-OBJSENSE MAXIMIZE
-ROWS
- N OBJ
- E EQPOS
- E EQNEG
- L LIM
- G GEQ
- E PLAIN
- N OTHER
-COLUMNS
- X1 OBJ 1.0 EQPOS 1.0
- X1 LIM 2.0 OTHER 9.0
- X2 OBJ 2.0 EQNEG 1.0
- X2 GEQ 3.0 PLAIN 1.0
- THIRD_COLUMN LIM 1.0 GEQ 1.0
-RHS
- OBJ -5.0 EQPOS 1.0
- EQNEG 2.0 LIM 4.0
- GEQ 1.0 PLAIN 3.0
-RANGES
- EQPOS 2.0 EQNEG -3.0
- LIM 1.5 GEQ -2.5
-BOUNDS
- UP BND X1 8.0
- MI X2
- UP BND X2 6.0
- UP BND THIRD_COLUMN -1.0
-ENDATA
-)";
+const char* const kMpsFree = "NAME TEST\nOBJSENSE MAXIMIZE\nROWS\n N OBJ\n E EQPOS\n E EQNEG\n L LIM\n G GEQ\n E PLAIN\n N OTHER\n"
+                             "COLUMNS\n X1 OBJ 1.0 EQPOS 1.0\n X1 LIM 2.0 OTHER 9.0\n X2 OBJ 2.0 EQNEG 1.0\n"
+                             " X2 GEQ 3.0 PLAIN 1.0\n THIRD_COLUMN LIM 1.0 GEQ 1.0\nRHS\n OBJ -5.0 EQPOS 1.0\n EQNEG 2.0 LIM 4.0\n"
+                             " GEQ 1.0 PLAIN 3.0\nRANGES\n EQPOS 2.0 EQNEG -3.0\n LIM 1.5 GEQ -2.5\nBOUNDS\n UP BND X1 8.0\n"
+                             " MI X2\n UP BND X2 6.0\n UP BND THIRD_COLUMN -1.0\nENDATA\n";
 
 TEST(MpsReader, RowsRangesBoundsSenseAndConstantMapOntoTheSolverRows) {
     CapturedOutput warnings(stderr);
@@ -193,28 +151,13 @@ TEST(MpsReader, RowsRangesBoundsSenseAndConstantMapOntoTheSolverRows) {
 }
 
 TEST(MpsReader, BoundsLoFxFrPlAndAnUpperBoundBelowAGivenLowerOne) {
-    const char* text = R"(NAME B
-ROWS
- N  COST
- E  ROW
-COLUMNS
-    A         COST             1.0   ROW              1.0
-    B         ROW              1.0
-    C         ROW              1.0
-    D         ROW              1.0
-    E         ROW              1.0
-RHS
-    RHS       ROW              1.0
-BOUNDS
- LO BND       A                2.0
- FX BND       B                3.0
- FR BND       C
- UP BND       D                5.0
- PL BND       D
- LO BND       E               -3.0
- UP BND       E               -1.0
-ENDATA
-)";
+    const char* text = "NAME B\nROWS\n N  COST\n E  ROW\nCOLUMNS\n"
+                       "    A         COST             1.0   ROW              1.0\n    B         ROW              1.0\n"
+                       "    C         ROW              1.0\n    D         ROW              1.0\n"
+                       "    E         ROW              1.0\nRHS\n    RHS       ROW              1.0\nBOUNDS\n"
+                       " LO BND       A                2.0\n FX BND       B                3.0\n FR BND       C\n"
+                       " UP BND       D                5.0\n PL BND       D\n LO BND       E               -3.0\n"
+                       " UP BND       E               -1.0\nENDATA\n";
     CapturedOutput warnings(stderr);
     ConicProblem p = readMps(text, "bounds.mps");
     EXPECT_EQ(warnings.finish(), "");  // E's lower bound was given, so UP -1 keeps it

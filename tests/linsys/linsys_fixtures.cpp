@@ -6,26 +6,6 @@
 #include <cmath>
 #include <random>
 
-void expectEveryAllocationFailureReported(const std::function<bool()>& attempt) {
-    for (long k = 1;; ++k) {
-        failAllocationAt(k);
-        const bool succeeded = attempt();
-        const bool failed = allocationFailureFired();
-        failAllocationAt(0);
-        EXPECT_EQ(succeeded, !failed) << "allocation " << k;
-        if (!failed) break;
-    }
-}
-
-SparseMatrix* TestMatrix::get() {
-    view.x = x.data();
-    view.i = i.data();
-    view.p = p.data();
-    view.m = m;
-    view.n = n;
-    return &view;
-}
-
 TestMatrix matrixFromColumns(int m, const std::vector<std::vector<std::pair<int, double>>>& columns) {
     TestMatrix A;
     A.m = m;
@@ -42,8 +22,7 @@ TestMatrix matrixFromColumns(int m, const std::vector<std::vector<std::pair<int,
 
 TestMatrix randomMatrix(int m, int n, double density, std::uint32_t seed) {
     std::mt19937 random(seed);
-    std::uniform_real_distribution<double> value(-1.0, 1.0);
-    std::uniform_real_distribution<double> chance(0.0, 1.0);
+    std::uniform_real_distribution<double> value(-1.0, 1.0), chance(0.0, 1.0);
     const int empty_row = m >= 2 ? static_cast<int>(random() % m) : -1;
     const int empty_column = n >= 2 ? static_cast<int>(random() % n) : -1;
     std::vector<std::vector<std::pair<int, double>>> columns(n);
@@ -52,8 +31,8 @@ TestMatrix randomMatrix(int m, int n, double density, std::uint32_t seed) {
         for (int r = 0; r < m; ++r) {
             if (r == empty_row || chance(random) >= density) continue;
             const double draw = chance(random);
-            columns[j].emplace_back(r, draw < 0.05 ? 0.0 : value(random));         // a stored zero
-            if (draw > 0.95) columns[j].emplace_back(r, value(random));             // stored twice
+            columns[j].emplace_back(r, draw < 0.05 ? 0.0 : value(random));  // a stored zero
+            if (draw > 0.95) columns[j].emplace_back(r, value(random));      // stored twice
         }
         std::shuffle(columns[j].begin(), columns[j].end(), random);  // rows need no order
     }
@@ -91,6 +70,7 @@ std::vector<double> randomVector(int n, std::uint32_t seed) {
 Settings testSettings(double rho_x, int normalize, int do_super_korvex) {
     Settings settings{};
     setDefaultSettings(&settings);
+    settings.verbose = 0;
     settings.rho_x = rho_x;
     settings.normalize = normalize;
     settings.do_super_korvex = do_super_korvex;
@@ -108,41 +88,12 @@ double relativeResidual(const std::vector<double>& B, const double* t, const dou
     return residual / size;
 }
 
-WorkFixture::WorkFixture(TestMatrix matrix_in, std::vector<double> b_in, std::vector<double> c_in,
-                         Settings settings_in)
-    : settings(settings_in), matrix(std::move(matrix_in)), b(std::move(b_in)), c(std::move(c_in)) {
-    const int m = matrix.m;
-    const int n = matrix.n;
-    const int l = n + m + 1;
-    cone.linear_vars = m;
-    data = Data{m, n, matrix.get(), b.data(), c.data(), &settings};
-
-    failAllocationAt(0);
-    work = createRecord<Work>();
-    work->m = m;
-    work->n = n;
-    work->l = l;
-    work->settings = &settings;
-    for (OwnedArray<double>* array : {&work->u, &work->u_t, &work->u_prev, &work->u_b}) array->allocate(l, true);
-    if (settings.do_super_korvex == 0) work->v.allocate(l, true);
-    for (OwnedArray<double>* array : {&work->h, &work->g}) array->allocate(l - 1);
-    for (OwnedArray<double>* array : {&work->pr, &work->b}) array->allocate(m);
-    for (OwnedArray<double>* array : {&work->dr, &work->c}) array->allocate(n);
-    work->A = data.A;
-    if (settings.normalize != 0) {
-        work->A = copyMatrix(data.A);
-        work->scaling = createRecord<Scaling>();
-        EXPECT_EQ(normalizeMatrix(work->A, &settings, &cone, work->scaling), 0);
-    }
-    work->lin_sys = initPriv(work->A, &settings);
-    EXPECT_NE(work->lin_sys, nullptr);
-}
-
-WorkFixture::~WorkFixture() {
-    releasePriv(work->lin_sys);
-    if (settings.normalize != 0) freeMatrix(work->A);
-    destroyRecord(work->scaling);
-    destroyRecord(work);
+WorkFixture::WorkFixture(TestMatrix matrix_in, std::vector<double> b_in, std::vector<double> c_in, Settings settings_in)
+    : matrix(std::move(matrix_in)), b(std::move(b_in)), c(std::move(c_in)), settings(settings_in) {
+    cone.linear_vars = matrix.m;
+    data = Data{matrix.m, matrix.n, matrix.get(), b.data(), c.data(), &settings};
+    work = initWork(&data, &cone);
+    EXPECT_NE(work, nullptr);
 }
 
 std::vector<double> WorkFixture::denseMPlusQ() const {

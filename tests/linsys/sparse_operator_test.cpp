@@ -5,16 +5,17 @@
 #include <limits>
 
 #include "linsys_fixtures.h"
+#include "support/problems.h"
 
 namespace {
+
+using V = std::vector<double>;
 
 TEST(SparseOperator, ProductsAddToYAsTheDenseProductDoes) {
     for (auto [m, n] : {std::pair{7, 4}, std::pair{3, 9}, std::pair{6, 6}, std::pair{1, 1}, std::pair{0, 3}}) {
         TestMatrix A = randomMatrix(m, n, 0.5, 11u * m + n);
-        const std::vector<double> dense = denseMatrix(A.get());
-        const std::vector<double> x = randomVector(n, 1), w = randomVector(m, 2);
-        std::vector<double> y = randomVector(m, 3), z = randomVector(n, 4);
-        std::vector<double> y_expected = y, z_expected = z;
+        const V dense = denseMatrix(A.get()), x = randomVector(n, 1), w = randomVector(m, 2);
+        V y = randomVector(m, 3), z = randomVector(n, 4), y_expected = y, z_expected = z;
         for (int r = 0; r < m; ++r) {
             for (int j = 0; j < n; ++j) {
                 y_expected[r] += dense[r * n + j] * x[j];
@@ -26,16 +27,14 @@ TEST(SparseOperator, ProductsAddToYAsTheDenseProductDoes) {
         for (int r = 0; r < m; ++r) EXPECT_NEAR(y[r], y_expected[r], 1e-14) << m << "x" << n;
         for (int j = 0; j < n; ++j) EXPECT_NEAR(z[j], z_expected[j], 1e-14) << m << "x" << n;
     }
-}
 
-TEST(SparseOperator, TransposedProductSumsInStoredOrderFromThePresentValue) {
-    // Column 0 adds 1 and 1 to 1e16 one at a time: each addition rounds back to 1e16,
-    // where adding the pair first would give 1e16 + 2. Column 1 is empty, so its -0.0
-    // must stay -0.0 (adding a zero would make it +0.0).
-    TestMatrix A = matrixFromColumns(2, {{{0, 1.0}, {1, 1.0}}, {}});
-    const double x[] = {1.0, 1.0};
+    // A' sums in stored order from the present value: column 0 adds 1 and 1 to 1e16 one at
+    // a time, each rounding back to 1e16 (the pair first would give 1e16 + 2). Column 1 is
+    // empty, so its -0.0 must stay -0.0 (adding a zero would make it +0.0).
+    TestMatrix B = matrixFromColumns(2, {{{0, 1.0}, {1, 1.0}}, {}});
+    const double ones[] = {1.0, 1.0};
     double y[] = {1e16, -0.0};
-    multiplyAddAt(A.get(), x, y);
+    multiplyAddAt(B.get(), ones, y);
     EXPECT_EQ(y[0], 1e16);
     EXPECT_TRUE(std::signbit(y[1]));
 }
@@ -46,11 +45,10 @@ TEST(SparseOperator, CopyIsDeepAndEveryFailedAllocationGivesNull) {
     for (TestMatrix* source : {&A, &empty}) {
         SparseMatrix* copy = copyMatrix(source->get());
         ASSERT_NE(copy, nullptr);
-        EXPECT_EQ(copy->m, source->m);
-        EXPECT_NE(copy->p, source->p.data());
+        EXPECT_TRUE(copy->m == source->m && copy->p != source->p.data());
         EXPECT_EQ(std::vector<int>(copy->p, copy->p + source->n + 1), source->p);
         EXPECT_EQ(std::vector<int>(copy->i, copy->i + source->i.size()), source->i);
-        EXPECT_EQ(std::vector<double>(copy->x, copy->x + source->x.size()), source->x);
+        EXPECT_EQ(V(copy->x, copy->x + source->x.size()), source->x);
         freeMatrix(copy);
     }
     freeMatrix(nullptr);
@@ -61,7 +59,7 @@ TEST(SparseOperator, CopyIsDeepAndEveryFailedAllocationGivesNull) {
     });
 }
 
-// Runs normalizeMatrix on a copy of A for cone; the copy is released by the caller.
+// normalizeMatrix on a copy of A for cone; the caller releases the copy.
 SparseMatrix* normalisedCopy(TestMatrix& A, const Cone& cone, double scale, Scaling* scaling) {
     Settings settings = testSettings(1.0, 1, 1);
     settings.scale = scale;
@@ -70,13 +68,13 @@ SparseMatrix* normalisedCopy(TestMatrix& A, const Cone& cone, double scale, Scal
     return copy;
 }
 
+V rowScale(const Scaling& s, int m) { return V(s.row_scale.get(), s.row_scale.get() + m); }
+
 TEST(Normalisation, WorkedCaseOfTwoNonNegativeRows) {
     TestMatrix A = matrixFromColumns(2, {{{0, 3.0}, {1, 4.0}}});
-    const Cone cone{0, 2, nullptr, 0, nullptr, 0, 0, 0, nullptr, 0};
     Scaling scaling{};
-    SparseMatrix* result = normalisedCopy(A, cone, 1.0, &scaling);
-    EXPECT_EQ(scaling.row_scale[0], 3.0);
-    EXPECT_EQ(scaling.row_scale[1], 4.0);
+    SparseMatrix* result = normalisedCopy(A, Cone{0, 2, nullptr, 0, nullptr, 0, 0, 0, nullptr, 0}, 1.0, &scaling);
+    EXPECT_EQ(rowScale(scaling, 2), (V{3.0, 4.0}));
     EXPECT_EQ(scaling.col_scale[0], std::sqrt(2.0));
     EXPECT_DOUBLE_EQ(result->x[0], std::sqrt(0.5));
     EXPECT_DOUBLE_EQ(result->x[1], std::sqrt(0.5));
@@ -95,10 +93,9 @@ TEST(Normalisation, ResultIsScaleTimesDInverseAEInverseWithOneFactorPerConeBlock
     Scaling unit{}, scaled{};
     SparseMatrix* result = normalisedCopy(A, cone, 1.0, &unit);
     SparseMatrix* result_scaled = normalisedCopy(A, cone, 2.5, &scaled);
-    const double* D = unit.row_scale.get();
-    const double* E = unit.col_scale.get();
+    const double *D = unit.row_scale.get(), *E = unit.col_scale.get();
     // The means are over the stored entries, a duplicate counting as an entry of its own.
-    std::vector<double> row_squares(m, 0.0), col_squares(n, 0.0);
+    V row_squares(m, 0.0), col_squares(n, 0.0);
     for (int j = 0; j < n; ++j) {
         for (int q = A.p[j]; q < A.p[j + 1]; ++q) {
             const double value = result->x[q];
@@ -117,9 +114,8 @@ TEST(Normalisation, ResultIsScaleTimesDInverseAEInverseWithOneFactorPerConeBlock
     EXPECT_NEAR(unit.mean_row_norm, row_norms / m, 1e-14);
     EXPECT_NEAR(unit.mean_col_norm, col_norms / n, 1e-14);
     // scale leaves the factors and the means alone.
-    EXPECT_EQ(std::vector<double>(D, D + m), std::vector<double>(scaled.row_scale.get(), scaled.row_scale.get() + m));
-    EXPECT_EQ(scaled.mean_row_norm, unit.mean_row_norm);
-    EXPECT_EQ(scaled.mean_col_norm, unit.mean_col_norm);
+    EXPECT_EQ(rowScale(unit, m), rowScale(scaled, m));
+    EXPECT_TRUE(scaled.mean_row_norm == unit.mean_row_norm && scaled.mean_col_norm == unit.mean_col_norm);
     freeMatrix(result);
     freeMatrix(result_scaled);
 }
@@ -133,13 +129,10 @@ TEST(Normalisation, NormsOutsideTheBoundsAreClampedAsStated) {
     columns[2] = {{2, min_row}};  // row 2 exactly at min_row: divided by it
     columns[3] = {{3, 1e5}};      // row 3 above max_row: factor max_row; column then 10
     TestMatrix A = matrixFromColumns(4, columns);
-    const Cone linear{0, 4, nullptr, 0, nullptr, 0, 0, 0, nullptr, 0};
     Scaling scaling{};
-    SparseMatrix* result = normalisedCopy(A, linear, 1.0, &scaling);
-    EXPECT_EQ(std::vector<double>(scaling.row_scale.get(), scaling.row_scale.get() + 4),
-              (std::vector<double>{1.0, 1.0, min_row, 1e4}));
-    EXPECT_EQ(std::vector<double>(scaling.col_scale.get(), scaling.col_scale.get() + 5),
-              (std::vector<double>{0.005, 1.0, 1.0, 10.0, 1.0}));  // column 4 has no entry
+    SparseMatrix* result = normalisedCopy(A, Cone{0, 4, nullptr, 0, nullptr, 0, 0, 0, nullptr, 0}, 1.0, &scaling);
+    EXPECT_EQ(rowScale(scaling, 4), (V{1.0, 1.0, min_row, 1e4}));
+    EXPECT_EQ(V(scaling.col_scale.get(), scaling.col_scale.get() + 5), (V{0.005, 1.0, 1.0, 10.0, 1.0}));  // 4: empty
     EXPECT_EQ(result->x[1], 0.001);
     freeMatrix(result);
 
@@ -149,44 +142,38 @@ TEST(Normalisation, NormsOutsideTheBoundsAreClampedAsStated) {
     const struct {
         Cone cone;
         TestMatrix A;
-        std::vector<double> D;
+        V D;
     } cases[] = {{{1, 0, three, 1, nullptr, 0, 0, 0, nullptr, 0}, matrixFromColumns(4, {{{0, 5.0}, {1, 3.0}}}),
                   {5.0, 1.0, 1.0, 1.0}},
-                 {{0, 0, two, 1, nullptr, 0, 0, 0, nullptr, 0}, matrixFromColumns(2, {{{0, 2.0}, {1, 4.0}}}),
-                  {3.0, 3.0}}};
+                 {{0, 0, two, 1, nullptr, 0, 0, 0, nullptr, 0}, matrixFromColumns(2, {{{0, 2.0}, {1, 4.0}}}), {3.0, 3.0}}};
     for (auto c : cases) {
         Scaling block{};
         freeMatrix(normalisedCopy(c.A, c.cone, 1.0, &block));
-        EXPECT_EQ(std::vector<double>(block.row_scale.get(), block.row_scale.get() + c.A.m), c.D);
+        EXPECT_EQ(rowScale(block, c.A.m), c.D);
     }
 }
 
-TEST(Normalisation, NaNStaysInTheFactorsItTouches) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    TestMatrix A = matrixFromColumns(3, {{{0, nan}, {1, 2.0}}, {{2, 3.0}}});
-    Cone cone{};
-    cone.linear_vars = 3;
+TEST(Normalisation, NaNStaysInTheFactorsItTouchesAndFailuresChangeNothing) {
+    TestMatrix A = matrixFromColumns(3, {{{0, std::numeric_limits<double>::quiet_NaN()}, {1, 2.0}}, {{2, 3.0}}});
+    const Cone linear{0, 3, nullptr, 0, nullptr, 0, 0, 0, nullptr, 0};
     Scaling scaling{};
-    SparseMatrix* result = normalisedCopy(A, cone, 1.0, &scaling);
-    EXPECT_TRUE(std::isnan(scaling.row_scale[0]));
-    EXPECT_TRUE(std::isnan(scaling.col_scale[0]));
+    SparseMatrix* result = normalisedCopy(A, linear, 1.0, &scaling);
+    EXPECT_TRUE(std::isnan(scaling.row_scale[0]) && std::isnan(scaling.col_scale[0]));
     EXPECT_TRUE(std::isnan(result->x[1]));  // row 1 shares the column of the NaN
     EXPECT_EQ(scaling.row_scale[2], 3.0);
     EXPECT_EQ(result->x[2], 1.0);  // the other column is untouched by it
     freeMatrix(result);
-}
 
-TEST(Normalisation, FailedAllocationLeavesMatrixAndScalingUnchanged) {
-    TestMatrix A = randomMatrix(6, 5, 0.5, 99);
-    Cone cone{};
-    cone.linear_vars = 6;
+    // A failed allocation leaves the matrix and the scaling as they were.
+    TestMatrix B = randomMatrix(6, 5, 0.5, 99);
+    const Cone six{0, 6, nullptr, 0, nullptr, 0, 0, 0, nullptr, 0};
     Settings settings = testSettings(1.0, 1, 1);
     expectEveryAllocationFailureReported([&] {
-        Scaling scaling{};
-        TestMatrix copy = A;
-        if (normalizeMatrix(copy.get(), &settings, &cone, &scaling) == 0) return true;
-        EXPECT_EQ(copy.x, A.x);
-        EXPECT_FALSE(scaling.row_scale || scaling.col_scale);
+        Scaling attempt{};
+        TestMatrix copy = B;
+        if (normalizeMatrix(copy.get(), &settings, &six, &attempt) == 0) return true;
+        EXPECT_EQ(copy.x, B.x);
+        EXPECT_FALSE(attempt.row_scale || attempt.col_scale);
         return false;
     });
 }

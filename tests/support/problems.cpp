@@ -1,5 +1,7 @@
 #include "support/problems.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -205,4 +207,15 @@ double distanceToCone(const SolveRun& run, const double* s) {
     std::vector<double> minus(run.data.m);
     for (int i = 0; i < run.data.m; ++i) minus[i] = -s[i];
     return projectionDistance(run, minus, false);
+}
+
+long expectEveryAllocationFailureReported(const std::function<bool()>& attempt) {
+    for (long k = 1;; ++k) {
+        failAllocationAt(k);
+        const bool succeeded = attempt();
+        const bool failed = allocationFailureFired();
+        failAllocationAt(0);
+        EXPECT_EQ(succeeded, !failed) << "allocation " << k;
+        if (!failed) return k - 1;
+    }
 }

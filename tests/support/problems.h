@@ -2,6 +2,7 @@
 // vectors the test owns, and a solve that keeps its console report.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -65,3 +66,9 @@ double dot(const std::vector<double>& a, const double* b);
 // dist(y, K*) and dist(s, K) in the max norm, through the library's own projection.
 double distanceToDualCone(const SolveRun& run, const double* y);
 double distanceToCone(const SolveRun& run, const double* s);
+
+// Runs attempt with the k-th allocation failing, for k = 1, 2, ... until no allocation
+// fails; attempt returns whether it succeeded and releases what it made, and a failed
+// attempt must report failure (the sanitizer build checks that nothing leaks). Returns
+// the number of allocations of a complete attempt.
+long expectEveryAllocationFailureReported(const std::function<bool()>& attempt);
