@@ -15,24 +15,17 @@
 
 // A Cone record over vectors that the test owns.
 struct ConeFixture {
-    std::vector<int> soc;
-    std::vector<int> sd;
+    std::vector<int> soc, sd;
     std::vector<double> power;
     Cone cone{};
 
     ConeFixture(int free_vars, int linear_vars, std::vector<int> soc_sizes, std::vector<int> sd_sizes,
                 int exp_triples, int dual_exp_triples, std::vector<double> exponents)
         : soc(std::move(soc_sizes)), sd(std::move(sd_sizes)), power(std::move(exponents)) {
-        cone.free_vars = free_vars;
-        cone.linear_vars = linear_vars;
-        cone.soc_sizes = soc.empty() ? nullptr : soc.data();
-        cone.soc_blks = static_cast<int>(soc.size());
-        cone.sd_sizes = sd.empty() ? nullptr : sd.data();
-        cone.sd_blks = static_cast<int>(sd.size());
-        cone.exp_triples = exp_triples;
-        cone.dual_exp_triples = dual_exp_triples;
-        cone.power_exponents = power.empty() ? nullptr : power.data();
-        cone.power_triples = static_cast<int>(power.size());
+        auto list = [](auto& v) { return v.empty() ? nullptr : v.data(); };
+        cone = Cone{free_vars,   linear_vars,      list(soc),   static_cast<int>(soc.size()),  list(sd),
+                    static_cast<int>(sd.size()), exp_triples, dual_exp_triples, list(power),
+                    static_cast<int>(power.size())};
     }
     ConeFixture(const ConeFixture&) = delete;
     ConeFixture& operator=(const ConeFixture&) = delete;
