@@ -2,6 +2,8 @@
 // comparison of two problems.
 #pragma once
 
+#include <cstdio>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,15 +14,14 @@
 // The rows of A, densely.
 std::vector<std::vector<double>> denseRows(const ConicProblem& problem);
 
+// What write puts into a stream, as text; write must succeed.
+std::string memoryText(const std::function<bool(std::FILE*)>& write);
 // The problem written by writeCbf, as text.
 std::string cbfText(const ConicProblem& problem);
 
 // Expects the same sizes, cones, sense and constant, and the same A, b and c: exactly
 // where tolerance is 0, otherwise to within tolerance relative to each entry.
 void expectSameProblem(const ConicProblem& expected, const ConicProblem& actual, double tolerance);
-
-// The message of the ReadError that reading text throws, or "" when it reads.
-std::string readError(FileFormat format, const std::string& text, const std::string& name);
 
 // Expects each text, read in format under the file name name, to be refused with its
 // message.

@@ -15,17 +15,6 @@
 
 namespace {
 
-std::string written(const std::function<bool(std::FILE*)>& write) {
-    char* buffer = nullptr;
-    std::size_t size = 0;
-    std::FILE* out = open_memstream(&buffer, &size);
-    EXPECT_TRUE(write(out));
-    std::fclose(out);
-    std::string text(buffer, size);
-    std::free(buffer);
-    return text;
-}
-
 std::size_t countOf(const std::string& text, const std::string& part) {
     std::size_t count = 0;
     for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
@@ -122,7 +111,7 @@ TEST(Outputs, SolutionJsonHasTheFiguresTheVariablesAndNullForUndefinedValues) {
     info.setupTime = 1.5;
     info.solveTime = 3;
     RunTimes times{0.25};
-    const std::string json = written([&](std::FILE* out) { return writeSolutionJson(out, p, solution, info, times); });
+    const std::string json = memoryText([&](std::FILE* out) { return writeSolutionJson(out, p, solution, info, times); });
     for (const char* part : {"\"status\": \"Solved\"", "\"statusVal\": 1", "\"iter\": 42", "\"sense\": \"max\"",
                              "\"objective\": 6.5", "\"pobj\": -4", "\"dobj\": -4", "\"resInfeas\": null", "\"resUnbdd\": null",
                              "\"relGap\": 0", "\"setupTime\": 1.5", "\"solveTime\": 3", "\"readTime\": 0.25", "\"x\": [4]",
@@ -166,7 +155,7 @@ TEST(Outputs, HistoryKeepsTheRowsTheSolverWroteAndLeavesTheLastStepEmpty) {
     ASSERT_EQ(rows.size(), 4u);
     EXPECT_TRUE(rows[2].has_step);
     EXPECT_FALSE(rows[3].has_step);
-    const std::string csv = written([&](std::FILE* out) { return writeHistoryCsv(out, rows); });
+    const std::string csv = memoryText([&](std::FILE* out) { return writeHistoryCsv(out, rows); });
     EXPECT_EQ(csv,
               "iteration,rel_gap,res_pri,res_dual,primal_cost,dual_cost,fpr_norm,time_ms,step_kind,ls_count\n"
               "0,1,3,5,1,1,1,0,-1,0\n"
@@ -179,7 +168,7 @@ TEST(Outputs, ConvergencePlotHasAxesLegendDecadesAndBrokenLines) {
     Info info{};
     Settings settings{};
     ProgressArrays arrays = filledArrays(&info, &settings);
-    const std::string svg = written([&](std::FILE* out) { return writeConvergenceSvg(out, arrays.rows(), "demo <1>"); });
+    const std::string svg = memoryText([&](std::FILE* out) { return writeConvergenceSvg(out, arrays.rows(), "demo <1>"); });
     EXPECT_EQ(svg.rfind("<svg xmlns=\"http://www.w3.org/2000/svg\"", 0), 0u);
     EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
     EXPECT_NE(svg.find(">demo &lt;1&gt;</text>"), std::string::npos);
@@ -197,7 +186,7 @@ TEST(Outputs, ConvergencePlotHasAxesLegendDecadesAndBrokenLines) {
     // Four series, the dual residual broken in two by its zero at iteration 1.
     EXPECT_EQ(countOf(svg, "<polyline"), 5u);
 
-    const std::string empty = written([&](std::FILE* out) { return writeConvergenceSvg(out, {}, "none"); });
+    const std::string empty = memoryText([&](std::FILE* out) { return writeConvergenceSvg(out, {}, "none"); });
     EXPECT_NE(empty.find("no progress history"), std::string::npos);
     EXPECT_EQ(countOf(empty, "<polyline"), 0u);
 }

@@ -1,10 +1,8 @@
-// End-to-end: the split=dev problems of ../shared/bench/MANIFEST.tsv, read by our
-// readers and solved, against their references: objective in the file's sense within
-// 10 eps relative (|f - f*| / (1 + |f*|)), infeasible files infeasible with a
-// certificate that checks, dual infeasible files unbounded with a certificate.
-//
-// Built twice: the problems that finish within the suite's time (label problem_set)
-// and those that need more (label slow), listed in kSlowProblems.
+// The split=dev problems of ../shared/bench/MANIFEST.tsv read and solved against their
+// references: objective in the file's sense within 10 eps relative (|f - f*| / (1 + |f*|)),
+// infeasible files infeasible and dual infeasible files unbounded, with certificates that
+// check. Built twice: the problems within the suite's time (label problem_set) and those
+// in kSlowProblems that need more (label slow).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -16,22 +14,14 @@
 #include "io/readers.h"
 #include "io_checks.h"
 #include "reporting/allocation.h"
+#include "support/problems.h"
 
 // gtest names a problem by its file.
 void PrintTo(const ManifestEntry& entry, std::ostream* out) { *out << entry.file; }
 
 namespace {
 
-// The settings of these runs, in one place: the standard iteration until the Marlet
-// iteration is in; then setDefaultSettings alone (with verbose 0 and the eps below).
-void problemSetSettings(Settings* settings) {
-    setDefaultSettings(settings);
-    settings->verbose = 0;
-    settings->eps = 1e-4;
-    settings->max_iters = 100000;
-}
-
-// Too slow for the suite's budget with the settings above: gpp100, arch0 and gp_dave_1
+// Too slow for the suite's budget with the settings of the test: gpp100, arch0 and gp_dave_1
 // need more than a minute each, and control1 reaches max_iters 1.7e-2 away from its
 // reference.
 const std::set<std::string> kSlowProblems = {"sdp/gpp100.dat-s", "sdp/arch0.dat-s", "sdp/control1.dat-s",
@@ -44,12 +34,6 @@ std::vector<ManifestEntry> devProblems() {
         if ((kSlowProblems.count(entry.file) > 0) == (KORVEX_SLOW_SET != 0)) chosen.push_back(entry);
     }
     return chosen;
-}
-
-double dot(const std::vector<double>& a, const double* b) {
-    double sum = 0;
-    for (std::size_t k = 0; k < a.size(); ++k) sum += a[k] * b[k];
-    return sum;
 }
 
 double norm(const std::vector<double>& v) {
@@ -78,8 +62,11 @@ TEST(ProblemSetData, TheManifestIsThere) {
 TEST_P(ProblemSet, MatchesTheReference) {
     const ManifestEntry& entry = GetParam();
     const ConicProblem problem = readProblemFile(benchDir() + "/" + entry.file);
-    Settings settings;
-    problemSetSettings(&settings);
+    Settings settings;  // the library's defaults, quiet, at eps 1e-4
+    setDefaultSettings(&settings);
+    settings.verbose = 0;
+    settings.eps = 1e-4;
+    settings.max_iters = 100000;
     ProblemRecords records(problem, &settings);
     Solution solution{};
     Info info{};

@@ -60,10 +60,14 @@ protected:
 
     std::vector<double> apply(const std::vector<double>& H, const double* v) const {
         std::vector<double> out(l_, 0.0);
-        for (int r = 0; r < l_; ++r) {
-            for (int c = 0; c < l_; ++c) out[r] += H[r * l_ + c] * v[c];
-        }
+        for (int k = 0; k < l_ * l_; ++k) out[k / l_] += H[k] * v[k % l_];
         return out;
+    }
+    // Makes the curvature vanish: Yk orthogonal to Sk.
+    void orthogonalise() {
+        double sy = 0, ss = 0;
+        for (int k = 0; k < l_; ++k) sy += work_->Sk[k] * work_->Yk[k], ss += work_->Sk[k] * work_->Sk[k];
+        for (int k = 0; k < l_; ++k) work_->Yk[k] -= sy / ss * work_->Sk[k];
     }
 
     std::unique_ptr<SolveRun> run_;
@@ -98,13 +102,9 @@ TEST_F(DirectionTest, MemoryTwoAlternatesAndThetabarZeroNeverChangesTheUpdate) {
     std::mt19937_64 rng(5);
     for (int call = 1; call <= 6; ++call) {
         fillPair(rng);
-        // Make the curvature vanish: Yk orthogonal to Sk. With thetabar 0 the test
-        // |g| >= 0 holds anyway, so t stays Yk carried through the stored factors.
-        if (work_->su_cache->mem_cursor == 0) {
-            double sy = 0, ss = 0;
-            for (int k = 0; k < l_; ++k) sy += work_->Sk[k] * work_->Yk[k], ss += work_->Sk[k] * work_->Sk[k];
-            for (int k = 0; k < l_; ++k) work_->Yk[k] -= sy / ss * work_->Sk[k];
-        }
+        // No curvature: with thetabar 0 the test |g| >= 0 holds anyway, so t stays Yk
+        // carried through the stored factors.
+        if (work_->su_cache->mem_cursor == 0) orthogonalise();
         EXPECT_EQ(computeDirection(work_, call), call % 2 == 1 ? 101 : 100);
     }
 }
@@ -115,9 +115,7 @@ TEST_F(DirectionTest, SafeguardMovesTheUpdateTowardTheStep) {
     start(KORVEX_DIR_RESTARTED_BROYDEN, 3, 0.25);
     std::mt19937_64 rng(9);
     fillPair(rng);
-    double sy = 0, ss = 0;
-    for (int k = 0; k < l_; ++k) sy += work_->Sk[k] * work_->Yk[k], ss += work_->Sk[k] * work_->Sk[k];
-    for (int k = 0; k < l_; ++k) work_->Yk[k] -= sy / ss * work_->Sk[k];
+    orthogonalise();
     computeDirection(work_, 1);
     const double theta = 0.75;
     std::vector<double> t(l_);
@@ -169,12 +167,6 @@ TEST_F(DirectionTest, FullBroydenKeepsTheDirectionAndRescalesHOnce) {
     for (int k = 0; k < l_; ++k) work_->H[k * (l_ + 1)] = 1.0;
     computeDirection(work_, 1);
     EXPECT_EQ(work_->H[0], 1.0);
-}
-
-TEST_F(DirectionTest, ReservedKindFails) {
-    start(KORVEX_DIR_RESTARTED_BROYDEN_V2, 5, 0.1);
-    ASSERT_NE(work_->su_cache, nullptr);  // it shares the cache of the restarted kind
-    EXPECT_LT(computeDirection(work_, 1), 0);
 }
 
 }  // namespace
