@@ -44,7 +44,7 @@ TEST(Options, EverySettingTakesItsOwnNameAndTheDashedOne) {
     }
 }
 
-TEST(Options, DirectionNamesCodesAndBadValues) {
+TEST(Options, DirectionNamesCodesBadValuesAndSeconds) {
     Settings settings;
     setDefaultSettings(&settings);
     std::string error;
@@ -53,42 +53,39 @@ TEST(Options, DirectionNamesCodesAndBadValues) {
     EXPECT_EQ(settingText(settings, "dir"), "fixed_point_residual");
     EXPECT_EQ(applySetting(&settings, "dir", "full_broyden", &error), 1);
     EXPECT_EQ(settings.dir, KORVEX_DIR_FULL_BROYDEN);
-
-    EXPECT_EQ(applySetting(&settings, "dir", "newton", &error), -1);
-    EXPECT_EQ(error, "--dir takes restarted_broyden, restarted_broyden_v2, fixed_point_residual, full_broyden or a code, not 'newton'");
-    EXPECT_EQ(applySetting(&settings, "max-iters", "1.5", &error), -1);
-    EXPECT_EQ(error, "--max_iters takes a whole number, not '1.5'");
-    EXPECT_EQ(applySetting(&settings, "max_iters", "99999999999", &error), -1);
-    EXPECT_EQ(applySetting(&settings, "eps", "nan", &error), -1);
-    EXPECT_EQ(error, "--eps takes a finite number, not 'nan'");
-    EXPECT_EQ(applySetting(&settings, "eps", "1e-5x", &error), -1);
+    // Refused values leave the field alone; names outside the table are not options.
+    const std::pair<std::pair<const char*, const char*>, const char*> refused[] = {
+        {{"dir", "newton"},
+         "--dir takes restarted_broyden, restarted_broyden_v2, fixed_point_residual, full_broyden or a code, not 'newton'"},
+        {{"max-iters", "1.5"}, "--max_iters takes a whole number, not '1.5'"},
+        {{"max_iters", "99999999999"}, "--max_iters takes a whole number, not '99999999999'"},
+        {{"eps", "nan"}, "--eps takes a finite number, not 'nan'"},
+        {{"eps", "1e-5x"}, "--eps takes a finite number, not '1e-5x'"}};
+    for (const auto& [setting, message] : refused) {
+        EXPECT_EQ(applySetting(&settings, setting.first, setting.second, &error), -1);
+        EXPECT_EQ(error, message);
+    }
     EXPECT_EQ(applySetting(&settings, "output_stream", "1", &error), 0);
     EXPECT_EQ(applySetting(&settings, "epsilon", "1", &error), 0);
-    EXPECT_EQ(settings.eps, 0.001);  // refused values leave the field alone
-}
+    EXPECT_EQ(settings.eps, 0.001);
+    EXPECT_EQ(settings.max_iters, 2500);
 
-TEST(Options, HelpListsEverySettingWithItsDefault) {
+    // --help lists every setting with its type and default.
     const std::string help = settingsHelp();
     EXPECT_EQ(countOf(help, "\n"), static_cast<std::size_t>(kSettingDescriptorCount));
-    EXPECT_NE(help.find("  --max_iters INT"), std::string::npos);
-    EXPECT_NE(help.find("(default 2500)"), std::string::npos);
-    EXPECT_NE(help.find("  --eps REAL"), std::string::npos);
-    EXPECT_NE(help.find("(default 0.001)"), std::string::npos);
-    EXPECT_NE(help.find("  --dir NAME|CODE"), std::string::npos);
-    EXPECT_NE(help.find("(default restarted_broyden)"), std::string::npos);
+    for (const char* part : {"  --max_iters INT", "(default 2500)", "  --eps REAL", "(default 0.001)", "  --dir NAME|CODE",
+                             "(default restarted_broyden)"}) {
+        EXPECT_NE(help.find(part), std::string::npos) << part;
+    }
     for (int k = 0; k < kSettingDescriptorCount; ++k) {
         EXPECT_NE(help.find(std::string("  --") + kSettingDescriptors[k].name + " "), std::string::npos) << kSettingDescriptors[k].name;
     }
-}
 
-TEST(Options, SecondsOfATimeLimit) {
+    // The seconds of a time limit: positive and finite.
     double seconds = 0;
     EXPECT_TRUE(parseSeconds("2.5", &seconds));
     EXPECT_EQ(seconds, 2.5);
-    EXPECT_FALSE(parseSeconds("0", &seconds));
-    EXPECT_FALSE(parseSeconds("-1", &seconds));
-    EXPECT_FALSE(parseSeconds("inf", &seconds));
-    EXPECT_FALSE(parseSeconds("1s", &seconds));
+    for (const char* bad : {"0", "-1", "inf", "1s"}) EXPECT_FALSE(parseSeconds(bad, &seconds)) << bad;
 }
 
 TEST(Outputs, SolutionJsonHasTheFiguresTheVariablesAndNullForUndefinedValues) {

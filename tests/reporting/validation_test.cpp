@@ -155,12 +155,7 @@ TEST(Validation, DimensionsMatrixDataAndCone) {
 
 TEST(Validation, WarningsLetTheSolveRun) {
     // An empty column and fewer rows than columns: both warn, and the solve goes on.
-    Problem wide{.name = "wide"};
-    wide.rows = {{1, 0, 1}};
-    wide.b = {1};
-    wide.c = {1, 0, 1};
-    wide.linear_vars = 1;
-    SolveRun run(wide);
+    SolveRun run(Problem{.name = "wide", .rows = {{1, 0, 1}}, .b = {1}, .c = {1, 0, 1}, .linear_vars = 1});
     Outcome outcome = validate(run);
     EXPECT_EQ(outcome.result, 0);
     EXPECT_EQ(outcome.text,
@@ -168,12 +163,7 @@ TEST(Validation, WarningsLetTheSolveRun) {
               "WARN: A->p (column pointers) not strictly increasing, column 1 empty\n");
 
     // Anz = m n is the largest count that passes; one more (a duplicate) does not.
-    Problem full{.name = "full"};
-    full.rows = {{1}};
-    full.b = {1};
-    full.c = {1};
-    full.linear_vars = 1;
-    SolveRun exact(full);
+    SolveRun exact(Problem{.name = "full", .rows = {{1}}, .b = {1}, .c = {1}, .linear_vars = 1});
     EXPECT_EQ(validate(exact).result, 0);
     std::vector<double> values = {1, 1};
     std::vector<int> rows = {0, 0}, starts = {0, 2};
