@@ -1,17 +1,15 @@
 // The built library as a host sees it: exactly the 22 exports in its dynamic symbol
-// table; the solution store (manager, accessors, id list, deletion, calls the contract
+// table (as readelf reads it); the solution store (manager, accessors, id list, deletion, calls the contract
 // does not allow); and a thousand solves and deletes that leave nothing behind.
-#include <elf.h>
 #include <malloc.h>
 
 #include <algorithm>
-#include <cstring>
-#include <fstream>
+#include <cstdio>
 #include <functional>
-#include <iterator>
 #include <limits>
 #include <optional>
 #include <set>
+#include <sstream>
 
 #include "link/link_fixture.h"
 
@@ -25,40 +23,25 @@
 
 namespace {
 
-// The names of the defined .dynsym symbols another module can bind to (global or weak,
-// default or protected); every one must be a function.
+// The names of the defined symbols of the dynamic symbol table that another module can
+// bind to (global or weak, default or protected), as binutils' readelf lists them; every
+// one must be a function.
 std::vector<std::string> exportedFunctions(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    const std::vector<char> image{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    Elf64_Ehdr header;
-    if (image.size() <= sizeof header) return {};
-    std::memcpy(&header, image.data(), sizeof header);
-    EXPECT_EQ(std::memcmp(header.e_ident, ELFMAG, SELFMAG), 0);
-    EXPECT_EQ(header.e_ident[EI_CLASS], ELFCLASS64);
-    auto section = [&](std::size_t k) {
-        Elf64_Shdr entry;
-        std::memcpy(&entry, image.data() + header.e_shoff + k * header.e_shentsize, sizeof entry);
-        return entry;
-    };
+    std::FILE* pipe = popen(("readelf --dyn-syms -W " + path).c_str(), "r");
     std::vector<std::string> names;
-    for (std::size_t k = 0; k < header.e_shnum; ++k) {
-        const Elf64_Shdr table = section(k);
-        if (table.sh_type != SHT_DYNSYM) continue;
-        const Elf64_Shdr strings = section(table.sh_link);
-        for (std::size_t q = 0; q < table.sh_size / sizeof(Elf64_Sym); ++q) {
-            Elf64_Sym symbol;
-            std::memcpy(&symbol, image.data() + table.sh_offset + q * sizeof(Elf64_Sym), sizeof symbol);
-            const unsigned binding = ELF64_ST_BIND(symbol.st_info), visibility = ELF64_ST_VISIBILITY(symbol.st_other);
-            if (symbol.st_shndx == SHN_UNDEF || (binding != STB_GLOBAL && binding != STB_WEAK) ||
-                (visibility != STV_DEFAULT && visibility != STV_PROTECTED)) {
-                continue;
-            }
-            const std::string name(image.data() + strings.sh_offset + symbol.st_name);
-            if (name.empty()) continue;
-            names.push_back(name);
-            EXPECT_EQ(ELF64_ST_TYPE(symbol.st_info), STT_FUNC) << name;
+    char line[1024];
+    while (pipe != nullptr && std::fgets(line, sizeof line, pipe) != nullptr) {
+        std::istringstream fields(line);
+        std::string number, value, size, type, binding, visibility, section, name;
+        if (!(fields >> number >> value >> size >> type >> binding >> visibility >> section >> name)) continue;
+        if (number.back() != ':' || section == "UND" || (binding != "GLOBAL" && binding != "WEAK") ||
+            (visibility != "DEFAULT" && visibility != "PROTECTED")) {
+            continue;
         }
+        names.push_back(name);
+        EXPECT_EQ(type, "FUNC") << name;
     }
+    EXPECT_TRUE(pipe != nullptr && pclose(pipe) == 0) << "readelf failed";
     return names;
 }
 

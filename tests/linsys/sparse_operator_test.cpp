@@ -120,7 +120,7 @@ TEST(Normalisation, ResultIsScaleTimesDInverseAEInverseWithOneFactorPerConeBlock
     freeMatrix(result_scaled);
 }
 
-TEST(Normalisation, NormsOutsideTheBoundsAreClampedAsStated) {
+TEST(Normalisation, NormsOutsideTheBoundsAreClampedToThem) {
     // 4 rows, 100 columns: min_row 0.01, max_row 1e4, min_col 0.002, max_col 2000.
     const double min_row = 0.001 * std::sqrt(100.0);
     std::vector<std::vector<std::pair<int, double>>> columns(100);
