@@ -42,8 +42,7 @@ TEST(Failure, InterruptsInTheIterationAndInTheFactorisation) {
     EXPECT_STREQ(run.info.status, "Interrupted");
     EXPECT_EQ(run.info.iter, -1);
     EXPECT_TRUE(std::isnan(run.info.pobj) && std::isnan(run.info.resPri) && std::isnan(run.info.solveTime));
-    for (int j = 0; j < run.data.n; ++j) EXPECT_TRUE(std::isnan(run.solution.x[j]));
-    for (int i = 0; i < run.data.m; ++i) EXPECT_TRUE(std::isnan(run.solution.y[i]) && std::isnan(run.solution.s[i]));
+    EXPECT_TRUE(allNaN(run.solution.x, 2) && allNaN(run.solution.y, 4) && allNaN(run.solution.s, 4));
     EXPECT_NE(console.find("Failure:Interrupted\n"), std::string::npos);
     EXPECT_EQ(console.find("Status:"), std::string::npos);  // no footer after an interrupt
 

@@ -21,8 +21,6 @@ double largestMagnitude(const std::vector<double>& v) {
     return largest;
 }
 
-bool allNaN(const double* v, int count) { return std::all_of(v, v + count, [](double e) { return std::isnan(e); }); }
-
 // The parameter is do_super_korvex: 0 standard iteration, 1 Marlet iteration.
 class Solve : public ::testing::TestWithParam<int> {
 protected:

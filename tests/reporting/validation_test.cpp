@@ -185,8 +185,7 @@ TEST(Validation, RefusedSolveStillDumpsTheSettingsAndFillsNaN) {
     EXPECT_EQ(run.info.iter, -1);
     EXPECT_STREQ(run.info.status, "Failure");
     EXPECT_TRUE(std::isnan(run.info.pobj) && std::isnan(run.info.solveTime));
-    for (int i = 0; i < run.data.m; ++i) EXPECT_TRUE(std::isnan(run.solution.y[i]) && std::isnan(run.solution.s[i]));
-    for (int j = 0; j < run.data.n; ++j) EXPECT_TRUE(std::isnan(run.solution.x[j]));
+    EXPECT_TRUE(allNaN(run.solution.x, 2) && allNaN(run.solution.y, 4) && allNaN(run.solution.s, 4));
 
     // Without Data, Cone or Info there is nothing to validate.
     CapturedOutput out;

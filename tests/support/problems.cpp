@@ -198,6 +198,10 @@ double dot(const std::vector<double>& a, const double* b) {
     return sum;
 }
 
+bool allNaN(const double* values, std::size_t count) {
+    return std::all_of(values, values + count, [](double value) { return std::isnan(value); });
+}
+
 double distanceToDualCone(const SolveRun& run, const double* y) {
     return projectionDistance(run, std::vector<double>(y, y + run.data.m), true);
 }

@@ -62,6 +62,7 @@ std::vector<Problem> unboundedProblems();
 std::vector<double> primalResidual(const SolveRun& run);
 std::vector<double> dualProduct(const SolveRun& run);
 double dot(const std::vector<double>& a, const double* b);
+bool allNaN(const double* values, std::size_t count);
 
 // dist(y, K*) and dist(s, K) in the max norm, through the library's own projection.
 double distanceToDualCone(const SolveRun& run, const double* y);
