@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/records.h"
+#include "records/records.h"
 
 struct GeneratedProblem {
     std::string name;

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "cones/cones.h"
-#include "core/records.h"
+#include "records/records.h"
 #include "core/solver.h"
 #include "reporting/allocation.h"
 #include "reporting/print.h"

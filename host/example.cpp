@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "core/records.h"
+#include "records/records.h"
 #include "host/link_loader.h"
 #include "host/solve_arguments.h"
 #include "host/stand_in_host.h"

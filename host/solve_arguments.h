@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/records.h"
+#include "records/records.h"
 #include "link/host_interface.h"
 
 namespace standin {

@@ -1,13 +1,13 @@
 // Command-line options shared by the korvex command and the problem-set runner: every
 // field of Settings by its own name (--max_iters 5000) or its dashed spelling
-// (--max-iters 5000), driven by the one table of settings in core/records.h, and the
+// (--max-iters 5000), driven by the one table of settings in records/records.h, and the
 // time limit that ends a long solve through the interrupt flag.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-#include "core/records.h"
+#include "records/records.h"
 
 // Sets the option called name (without the leading dashes) to the text value. Returns
 // 1 when done, 0 when no setting has that name, -1 with *error set for a bad value.

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/records.h"
+#include "records/records.h"
 #include "io/problem.h"
 
 // Milliseconds spent reading the file, which Info does not hold.

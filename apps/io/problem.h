@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "core/records.h"
+#include "records/records.h"
 
 struct ConicProblem {
     std::string source;  // the file name as given

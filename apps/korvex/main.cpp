@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "core/records.h"
+#include "records/records.h"
 #include "core/solver.h"
 #include "io/options.h"
 #include "io/outputs.h"

@@ -1,6 +1,5 @@
-// The cone subsystem: operations on the Cone record (its size and checks, the list of row
-// blocks that the equilibration keeps together, the texts the solver prints about cones),
-// the workspace of the projections, and the Euclidean projections onto the dual cone K*.
+// The cone subsystem: the workspace of the projections and the Euclidean projections onto
+// the dual cone K*. The plain operations on the Cone record live in records/cone_record.h.
 //
 // Packed symmetric matrices: a matrix M of side n takes n(n+1)/2 entries, the lower
 // triangle column after column; entry (i, j), i >= j, sits at j n - j(j-1)/2 + (i - j),
@@ -10,7 +9,8 @@
 
 #include <cstdint>
 
-#include "core/records.h"
+#include "records/cone_record.h"
+#include "records/records.h"
 #include "reporting/allocation.h"
 
 // Scratch of the cone projections of one solve. The five arrays exist only when some
@@ -26,25 +26,6 @@ struct ConeWork {
     int eig_iwork_len;              // from the workspace query
     double projection_time_ms;      // time in the projection driver since the last timing line
 };
-
-// Rows described by cone: free + linear + soc sizes + n(n+1)/2 per sd side + 3 per
-// exponential, dual exponential and power triple. Lists with a null array or a negative
-// count add nothing. Saturates at INT32_MAX.
-int coneTotalSize(const Cone* cone);
-
-// 0 for a valid record; otherwise prints one message with printPlain and returns -1.
-// Only data->m is read.
-int checkConeRecord(const Data* data, const Cone* cone);
-
-// Allocates the list of row-block lengths into *lengths and returns its count:
-// free + linear first, then every soc size, n(n+1)/2 per sd side, and 3 per
-// exponential, dual exponential and power triple. The caller releases the list with
-// releaseMemory. On allocation failure *lengths is null and the result -1.
-int coneBlockLengths(const Cone* cone, int** lengths);
-
-// A new text "Cones:" followed by one tab-led line per cone family present; the caller
-// prints it with "%s" and releases it with releaseMemory. Null on allocation failure.
-char* coneSummaryText(const Cone* cone);
 
 // A new text "\tCones: avg projection time: %1.2es\n" with the seconds per iteration of
 // the projections (info->iter + 1 iterations); resets projection_time_ms. Null on

@@ -17,7 +17,7 @@
 #include "kernels/kernels.h"
 #include "linsys/linsys.h"
 #include "reporting/print.h"
-#include "reporting/report.h"
+#include "core/report.h"
 #include "reporting/timing.h"
 
 namespace {

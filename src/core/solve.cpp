@@ -12,9 +12,9 @@
 #include "directions/directions.h"
 #include "linsys/linsys.h"
 #include "reporting/print.h"
-#include "reporting/report.h"
+#include "core/report.h"
 #include "reporting/timing.h"
-#include "reporting/validation.h"
+#include "core/validation.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "core/records.h"
-#include "core/work.h"
+#include "records/records.h"
+#include "records/work.h"
 
 // ---- Solve entry and work life cycle ------------------------------------------------
 

@@ -6,7 +6,7 @@
 #include "core/solver.h"
 #include "linsys/linsys.h"
 #include "reporting/print.h"
-#include "reporting/report.h"
+#include "core/report.h"
 #include "reporting/timing.h"
 
 int projectCones(Work* work, const Cone* cone) {

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "core/work.h"
+#include "records/work.h"
 #include "kernels/kernels.h"
 #include "reporting/print.h"
 

@@ -11,7 +11,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "core/records.h"
+#include "records/records.h"
 #include "link/host_interface.h"
 
 // ---- Load time ------------------------------------------------------------------------

@@ -23,7 +23,7 @@
 
 #include <cs.h>
 
-#include "core/records.h"
+#include "records/records.h"
 #include "reporting/allocation.h"
 
 struct Work;

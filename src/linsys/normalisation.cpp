@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "cones/cones.h"
 #include "kernels/kernels.h"
 #include "linsys/linsys.h"
+#include "records/cone_record.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "core/work.h"
+#include "records/work.h"
 #include "kernels/kernels.h"
 #include "linsys/linsys.h"
 #include "reporting/print.h"

@@ -13,7 +13,7 @@
 
 #include "core/solver.h"
 #include "kernels/kernels.h"
-#include "reporting/report.h"
+#include "core/report.h"
 #include "support/capture.h"
 #include "support/problems.h"
 

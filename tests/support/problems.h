@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "core/records.h"
+#include "records/records.h"
 
 // minimise c'x subject to A x + s = b, s in K, with A given densely by rows.
 struct Problem {

@@ -1,4 +1,4 @@
-#include "core/records.h"
+#include "records/records.h"
 
 #include <cstring>
 

@@ -7,7 +7,7 @@
 // iteration, and v stays null during a Marlet iteration.
 #pragma once
 
-#include "core/records.h"
+#include "records/records.h"
 #include "reporting/allocation.h"
 
 struct LinSysWork;

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "core/solver.h"
-#include "reporting/validation.h"
+#include "core/validation.h"
 #include "support/capture.h"
 #include "support/problems.h"
 

@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "core/records.h"
+#include "records/records.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 // test, since each refuses only on a true comparison against its limit.
 #pragma once
 
-#include "core/records.h"
+#include "records/records.h"
 
 // 0 when the solve may go on, negative otherwise (-1 for the dimensions, -4 for the
 // rest). data and cone are non-null. Messages go through printTo with the error stream.

@@ -1,11 +1,11 @@
-#include "reporting/report.h"
+#include "core/report.h"
 
 #include <cmath>
 #include <cstring>
 #include <limits>
 
 #include "cones/cones.h"
-#include "core/work.h"
+#include "records/work.h"
 #include "kernels/kernels.h"
 #include "linsys/linsys.h"
 #include "reporting/allocation.h"

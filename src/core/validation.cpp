@@ -1,4 +1,4 @@
-#include "reporting/validation.h"
+#include "core/validation.h"
 
 #include <cmath>
 

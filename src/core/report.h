@@ -3,7 +3,7 @@
 // of it goes out through printTo with the settings' stream_override and output_stream.
 #pragma once
 
-#include "core/records.h"
+#include "records/records.h"
 #include "reporting/timing.h"
 
 struct Work;
