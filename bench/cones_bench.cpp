@@ -21,6 +21,8 @@
 #include "cones/lapack.h"
 #include "ratio_report.h"
 
+using namespace korvex;
+
 namespace {
 
 constexpr int kTriples = 4096;

@@ -13,6 +13,8 @@
 #include "generated_problems.h"
 #include "reporting/allocation.h"
 
+using namespace korvex;
+
 namespace {
 
 struct Outcome {

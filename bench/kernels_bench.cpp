@@ -12,6 +12,8 @@
 #include "kernels/kernels.h"
 #include "ratio_report.h"
 
+using namespace korvex;
+
 namespace {
 
 std::vector<double> filled(std::int64_t n, double start) {

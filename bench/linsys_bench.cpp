@@ -36,6 +36,8 @@ extern "C" {
 #include "linsys/linsys.h"
 #include "ratio_report.h"
 
+using namespace korvex;
+
 namespace {
 
 // ---- Matrices -----------------------------------------------------------------

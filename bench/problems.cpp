@@ -27,6 +27,8 @@
 #include "reporting/allocation.h"
 #include "reporting/timing.h"
 
+using namespace korvex;
+
 namespace {
 
 struct Job {

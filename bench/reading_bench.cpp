@@ -13,6 +13,8 @@
 #include "io/readers.h"
 #include "io/text_input.h"
 
+using namespace korvex;
+
 namespace {
 
 // Writes the file once per process and returns its path and size.

@@ -28,6 +28,8 @@
 #include "linsys/linsys.h"
 #include "ratio_report.h"
 
+using namespace korvex;
+
 namespace {
 
 struct GridProblem {

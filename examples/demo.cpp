@@ -19,6 +19,8 @@
 #include "reporting/print.h"
 #include "reporting/timing.h"
 
+using namespace korvex;
+
 namespace {
 
 // The rows of A, b and the cone of the example, in the library's row order.

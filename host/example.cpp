@@ -10,6 +10,8 @@
 #include "host/solve_arguments.h"
 #include "host/stand_in_host.h"
 
+using namespace korvex;
+
 namespace {
 
 constexpr const char* kManager = "korvex_solution_instance_manager";

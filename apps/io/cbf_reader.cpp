@@ -20,6 +20,8 @@
 #include "io/readers.h"
 #include "io/text_input.h"
 
+using namespace korvex;
+
 namespace {
 
 constexpr std::int64_t kMaxCount = std::numeric_limits<std::int32_t>::max();

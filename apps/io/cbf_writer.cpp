@@ -12,6 +12,8 @@
 
 #include "io/readers.h"
 
+using namespace korvex;
+
 namespace {
 
 void appendNumber(std::string* out, double value) {

@@ -26,6 +26,8 @@
 #include "io/readers.h"
 #include "io/text_input.h"
 
+using namespace korvex;
+
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();

@@ -11,6 +11,8 @@
 #include "reporting/platform.h"
 #include "reporting/timing.h"
 
+using namespace korvex;
+
 extern "C" void openblas_set_num_threads(int num_threads);
 
 namespace {

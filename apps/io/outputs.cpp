@@ -5,6 +5,8 @@
 #include <limits>
 #include <string>
 
+using namespace korvex;
+
 namespace {
 
 constexpr std::int32_t kNoStep = std::numeric_limits<std::int32_t>::min();

@@ -7,6 +7,8 @@
 
 #include "io/text_input.h"
 
+using namespace korvex;
+
 double fileObjective(const ConicProblem& problem, double solver_objective) {
     return (problem.maximise ? -solver_objective : solver_objective) + problem.objective_constant;
 }

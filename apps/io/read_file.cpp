@@ -1,6 +1,8 @@
 #include "io/readers.h"
 #include "io/text_input.h"
 
+using namespace korvex;
+
 namespace {
 
 bool endsWith(std::string_view text, std::string_view suffix) {

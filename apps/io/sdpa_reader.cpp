@@ -18,6 +18,8 @@
 #include "io/readers.h"
 #include "io/text_input.h"
 
+using namespace korvex;
+
 namespace {
 
 bool isSeparator(char c) { return isBlank(c) || c == ',' || c == '(' || c == ')' || c == '{' || c == '}'; }

@@ -25,6 +25,8 @@
 #include "reporting/allocation.h"
 #include "reporting/timing.h"
 
+using namespace korvex;
+
 namespace {
 
 constexpr int kExitVerdict = 0;

@@ -6,6 +6,8 @@
 #include "cones/lapack.h"
 #include "reporting/print.h"
 
+namespace korvex {
+
 char* coneTimingLine(const Info* info, ConeWork* coneWork) {
     constexpr int kTimingBytes = 64;
     char* text = allocateArray<char>(kTimingBytes);
@@ -56,3 +58,5 @@ ConeWork* initCone(const Cone* cone) {
 }
 
 void freeConeWork(ConeWork* coneWork) { destroyRecord(coneWork); }
+
+}  // namespace korvex

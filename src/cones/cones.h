@@ -13,6 +13,8 @@
 #include "records/records.h"
 #include "reporting/allocation.h"
 
+namespace korvex {
+
 // Scratch of the cone projections of one solve. The five arrays exist only when some
 // semidefinite block has side 3 or more (sides 1 and 2 have closed forms); they are
 // sized for the largest side N and shared by all blocks.
@@ -68,3 +70,5 @@ double expCandidate(const double* v, double* cand, double rho);
 // in [0, 1], in place: two direct cases, otherwise Newton (at most 20 steps) on |z| of
 // the result, with x and y floored at 1e-12. Cannot fail.
 void projectPowerTriple(double* v, double a);
+
+}  // namespace korvex

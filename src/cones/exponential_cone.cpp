@@ -17,6 +17,8 @@
 
 #include "cones/cones.h"
 
+namespace korvex {
+
 double expCandidate(const double* v, double* cand, double rho) {
     const double r = v[0];
     const double s = v[1];
@@ -100,3 +102,5 @@ void projectExpTriple(double* v) {
     v[1] = cand[1];
     v[2] = cand[2];
 }
+
+}  // namespace korvex

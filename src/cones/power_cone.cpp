@@ -13,6 +13,8 @@
 
 #include "cones/cones.h"
 
+namespace korvex {
+
 void projectPowerTriple(double* v, double a) {
     const double x = v[0];
     const double y = v[1];
@@ -55,3 +57,5 @@ void projectPowerTriple(double* v, double a) {
     v[1] = yh;
     v[2] = z < 0.0 ? -zh : zh;
 }
+
+}  // namespace korvex

@@ -6,6 +6,8 @@
 #include "kernels/kernels.h"
 #include "reporting/timing.h"
 
+namespace korvex {
+
 namespace {
 
 // (t, z) = P_Q(t, z) for the second-order cone Q = {(t, z): |z| <= t} of k >= 2 entries.
@@ -104,3 +106,5 @@ int projectToDualCone(double* x, const Cone* cone, ConeWork* coneWork) {
     coneWork->projection_time_ms += readTimer(&timer);
     return 0;
 }
+
+}  // namespace korvex

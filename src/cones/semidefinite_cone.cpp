@@ -8,6 +8,8 @@
 #include "cones/cones.h"
 #include "cones/lapack.h"
 
+namespace korvex {
+
 namespace {
 
 // Start of column j of a packed matrix of side n: j n - j(j-1)/2.
@@ -103,3 +105,5 @@ int projectSemidefiniteBlock(double* x, int n, ConeWork* coneWork) {
     }
     return 0;
 }
+
+}  // namespace korvex

@@ -20,6 +20,8 @@
 #include "core/report.h"
 #include "reporting/timing.h"
 
+namespace korvex {
+
 namespace {
 
 // The kind of step an iteration took, as the history records it.
@@ -256,3 +258,5 @@ int runMarletIteration(Work* work, const Data* data, const Cone* cone, Solution*
     endInterruptListener();
     return info->statusVal;
 }
+
+}  // namespace korvex

@@ -5,6 +5,8 @@
 
 #include "core/solver.h"
 
+namespace korvex {
+
 namespace {
 
 // Calls visit(array, index) on the ten history arrays in their order of preparation,
@@ -61,3 +63,5 @@ void releaseProgressArrays(Info* info) {
         return 0;
     });
 }
+
+}  // namespace korvex

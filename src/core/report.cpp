@@ -11,6 +11,8 @@
 #include "reporting/allocation.h"
 #include "reporting/print.h"
 
+namespace korvex {
+
 const char* const HEAD_COLUMNS[9] = {
     " Iter ", " pri res ", " dua res ", " rel gap ", " pri obj ", " dua obj ", " kap/tau ", "   FPR   ", " time (s)",
 };
@@ -157,3 +159,5 @@ void printSettingsDump(const Settings* s) {
             s->ls, s->max_iters, s->memory, s->normalize, s->rho_x, s->scale, s->sigma, s->sse, s->thetabar,
             s->warm_start);
 }
+
+}  // namespace korvex

@@ -6,6 +6,8 @@
 #include "records/records.h"
 #include "reporting/timing.h"
 
+namespace korvex {
+
 struct Work;
 
 // Column heads of the progress table; the blanks belong to the texts.
@@ -27,3 +29,5 @@ void printFooter(const Data* data, const Cone* cone, const Solution* solution, W
 // Every option but verbose, progress_capacity, the Broyden extras, record_progress and
 // the streams, in one print.
 void printSettingsDump(const Settings* settings);
+
+}  // namespace korvex

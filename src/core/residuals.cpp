@@ -8,6 +8,8 @@
 #include "kernels/kernels.h"
 #include "linsys/linsys.h"
 
+namespace korvex {
+
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -269,3 +271,5 @@ void finishSolution(Work* work, Solution* solution, Info* info, Residuals* r, in
         default: break;  // Indeterminate leaves them as they were
     }
 }
+
+}  // namespace korvex

@@ -16,6 +16,8 @@
 #include "reporting/timing.h"
 #include "core/validation.h"
 
+namespace korvex {
+
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -220,6 +222,10 @@ void freeWork(Work* work) {
     freeYSCache(work->su_cache);
     destroyRecord(work);
 }
+
+}  // namespace korvex
+
+using namespace korvex;
 
 int solveConeProgram(const Data* data, const Cone* cone, Solution* solution, Info* info) {
     startInterruptListener();

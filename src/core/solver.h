@@ -9,13 +9,15 @@
 #include "records/records.h"
 #include "records/work.h"
 
-// ---- Solve entry and work life cycle ------------------------------------------------
-
-// Validates the problem, builds the Work record (equilibration, cone workspace, one
+// The solve entry, under a plain C name for every caller: validates the problem, builds the Work record (equilibration, cone workspace, one
 // factorisation), runs the iteration chosen by do_super_korvex, fills solution and info,
 // releases everything made and returns info->statusVal. Null vectors in solution are
 // allocated here and owned by the caller afterwards.
 int solveConeProgram(const Data* data, const Cone* cone, Solution* solution, Info* info);
+
+namespace korvex {
+
+// ---- Work life cycle ---------------------------------------------------------------
 
 // A new Work for the problem (prints the banner when verbose), or null after printing
 // what failed; nothing of a failed set-up outlives the call.
@@ -113,3 +115,5 @@ int indicateInfeasible(Work* work, Solution* solution, Info* info, double b_dot_
 
 // x and s scaled by -1 / c_dot_x, y NaN; "Unbounded" (-1) or "Unbounded/Inaccurate" (-6).
 int indicateUnbounded(Work* work, Solution* solution, Info* info, double c_dot_x);
+
+}  // namespace korvex

@@ -9,6 +9,8 @@
 #include "core/report.h"
 #include "reporting/timing.h"
 
+namespace korvex {
+
 int projectCones(Work* work, const Cone* cone) {
     const int n = work->n, l = work->l;
     const double a = work->settings->alpha;
@@ -84,3 +86,5 @@ int runStandardIteration(Work* work, const Data* data, const Cone* cone, Solutio
     endInterruptListener();
     return info->statusVal;
 }
+
+}  // namespace korvex

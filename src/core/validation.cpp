@@ -5,6 +5,8 @@
 #include "cones/cones.h"
 #include "reporting/print.h"
 
+namespace korvex {
+
 namespace {
 
 // Index of the first entry of v that is not a finite number, or -1.
@@ -195,3 +197,5 @@ int validateProblem(const Data* data, const Cone* cone) {
     }
     return 0;
 }
+
+}  // namespace korvex

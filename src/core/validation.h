@@ -6,6 +6,8 @@
 
 #include "records/records.h"
 
+namespace korvex {
+
 // 0 when the solve may go on, negative otherwise (-1 for the dimensions, -4 for the
 // rest). data and cone are non-null. Messages go through printTo with the error stream.
 int validateProblem(const Data* data, const Cone* cone);
@@ -13,3 +15,5 @@ int validateProblem(const Data* data, const Cone* cone);
 // 0 for a usable compressed-column matrix, -1 otherwise; messages through printPlain.
 // Empty columns only warn.
 int validateMatrix(const SparseMatrix* A);
+
+}  // namespace korvex

@@ -8,6 +8,8 @@
 #include "kernels/kernels.h"
 #include "reporting/print.h"
 
+namespace korvex {
+
 double* HY = nullptr;
 
 YSCache* initYSCache(int l, int memory) {
@@ -97,3 +99,5 @@ int computeDirection(Work* work, int iteration) {
         default: return -1;
     }
 }
+
+}  // namespace korvex

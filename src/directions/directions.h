@@ -10,6 +10,8 @@
 
 #include "reporting/allocation.h"
 
+namespace korvex {
+
 struct Work;
 
 // The pairs of the restarted Broyden kind. Rows are contiguous, row i at i * l.
@@ -46,3 +48,5 @@ int computeRestartedBroyden(Work* work);
 // Makes HY on first use and, with broyden_init_scale at iteration 1, sets the diagonal of
 // H to <Yk, Sk> / |Yk|. Writes no direction. Returns 0.
 int computeFullBroyden(Work* work, int iteration);
+
+}  // namespace korvex

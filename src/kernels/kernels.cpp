@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+namespace korvex {
+
 // The element-wise kernels run in four-way unrolled steps; each entry is touched once,
 // so the unrolling cannot show in a result. The reductions keep four partial sums s0..s3
 // in the lanes of index modulo 4, which the compiler may hold in two vector registers
@@ -106,3 +108,5 @@ double normInfDiff(const double* a, const double* b, int n) {
     }
     return largest;
 }
+
+}  // namespace korvex

@@ -8,6 +8,8 @@
 // not depend on the compiler or the machine.
 #pragma once
 
+namespace korvex {
+
 // a[i] = a[i] + b[i]
 void addVector(double* a, const double* b, int n);
 
@@ -37,3 +39,5 @@ double normInf(const double* x, int n);
 
 // largest |a[i] - b[i]|, starting from 0; a NaN term leaves the maximum as it was.
 double normInfDiff(const double* a, const double* b, int n);
+
+}  // namespace korvex

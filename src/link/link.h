@@ -14,6 +14,8 @@
 #include "records/records.h"
 #include "link/host_interface.h"
 
+namespace korvex {
+
 // ---- Load time ------------------------------------------------------------------------
 
 // The name under which the host knows our instances.
@@ -188,3 +190,5 @@ SolutionInstance* storeSolution(HostData host, std::int32_t id, const Solution* 
 // host's error code from tensorNew (-1 when the host gives no data for the new tensor);
 // the slot is then null.
 int copyToHostTensor(HostData host, const double* source, std::int32_t length, HostTensor* slot);
+
+}  // namespace korvex

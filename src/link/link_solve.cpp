@@ -15,6 +15,8 @@
 #include "reporting/print.h"
 #include "reporting/timing.h"
 
+using namespace korvex;
+
 namespace {
 
 // Positions of the problem arguments; the options follow from 11 on (kOptionArguments).
@@ -142,7 +144,7 @@ bool fillMatrix(HostData host, HostSparse sparse, std::int32_t n, SparseMatrix* 
 
 }  // namespace
 
-LinkInput readProblemArguments(HostData host, HostArgument* arguments) {
+LinkInput korvex::readProblemArguments(HostData host, HostArgument* arguments) {
     LinkInput read{};
     read.b = tensorArgument(arguments, kBPosition);
     read.c = tensorArgument(arguments, kCPosition);
@@ -162,7 +164,7 @@ LinkInput readProblemArguments(HostData host, HostArgument* arguments) {
     return read;
 }
 
-LinkInput* buildLinkInput(HostData host, const LinkInput* arguments) {
+LinkInput* korvex::buildLinkInput(HostData host, const LinkInput* arguments) {
     LinkInput* input = createRecord<LinkInput>();
     if (input == nullptr) return nullptr;
     *input = *arguments;
@@ -187,7 +189,7 @@ LinkInput* buildLinkInput(HostData host, const LinkInput* arguments) {
     return input;
 }
 
-LinkSettings* buildLinkSettings(HostArgument* arguments) {
+LinkSettings* korvex::buildLinkSettings(HostArgument* arguments) {
     LinkSettings* settings = createRecord<LinkSettings>();
     if (settings == nullptr) return nullptr;
     for (const OptionArgument& option : kOptionArguments) {
@@ -202,7 +204,7 @@ LinkSettings* buildLinkSettings(HostArgument* arguments) {
     return settings;
 }
 
-int fillProblemRecords(HostData host, Data* data, Cone* cone, const LinkInput* input, const LinkSettings* settings) {
+int korvex::fillProblemRecords(HostData host, Data* data, Cone* cone, const LinkInput* input, const LinkSettings* settings) {
     constexpr int kRefused = 1;
     const std::int32_t m = input->m, n = input->n;
     data->m = m;
@@ -245,7 +247,7 @@ int fillProblemRecords(HostData host, Data* data, Cone* cone, const LinkInput* i
     return 0;
 }
 
-void releaseProblemRecords(Data* data, Cone* cone) {
+void korvex::releaseProblemRecords(Data* data, Cone* cone) {
     if (data != nullptr) {
         releaseMemory(data->b);
         releaseMemory(data->c);
@@ -261,7 +263,7 @@ void releaseProblemRecords(Data* data, Cone* cone) {
     }
 }
 
-void releaseSolution(Solution* solution) {
+void korvex::releaseSolution(Solution* solution) {
     if (solution == nullptr) return;
     releaseMemory(solution->x);
     releaseMemory(solution->y);
@@ -269,7 +271,7 @@ void releaseSolution(Solution* solution) {
     releaseMemory(solution);
 }
 
-void releaseLinkInput(HostData host, LinkInput* input) {
+void korvex::releaseLinkInput(HostData host, LinkInput* input) {
     if (input == nullptr) return;
     for (HostTensor clone : {input->b, input->c, input->soc_sizes, input->sd_sizes, input->power_exponents}) {
         if (clone != nullptr) host->tensorFree(clone);
@@ -278,7 +280,7 @@ void releaseLinkInput(HostData host, LinkInput* input) {
     destroyRecord(input);
 }
 
-std::int32_t linkSolve(HostData host, HostArgument* arguments, HostArgument result) {
+std::int32_t korvex::linkSolve(HostData host, HostArgument* arguments, HostArgument result) {
     std::int32_t status = KORVEX_FAILED;
     const auto answer = [&] {
         if (result != nullptr) *static_cast<std::int32_t*>(result) = status;

@@ -3,6 +3,8 @@
 #include "link/korvex_link.h"
 #include "link/link.h"
 
+using namespace korvex;
+
 namespace {
 
 // The table kept at TolvaneLibrary_initialize, for calls that come without one.
@@ -10,7 +12,7 @@ HostData keptHost = nullptr;
 
 }  // namespace
 
-HostData callbackTable(HostData host) { return host != nullptr ? host : keptHost; }
+HostData korvex::callbackTable(HostData host) { return host != nullptr ? host : keptHost; }
 
 std::int32_t TolvaneLibrary_getVersion(void) noexcept { return kLinkInterfaceVersion; }
 

@@ -11,9 +11,11 @@
 #include "reporting/allocation.h"
 #include "reporting/print.h"
 
-std::unordered_map<std::int32_t, SolutionInstance*> solutionMap;
+using namespace korvex;
 
-SolutionInstance* findInstance(std::int32_t id) {
+std::unordered_map<std::int32_t, SolutionInstance*> korvex::solutionMap;
+
+SolutionInstance* korvex::findInstance(std::int32_t id) {
     const auto entry = solutionMap.find(id);
     return entry == solutionMap.end() ? nullptr : entry->second;
 }
@@ -68,7 +70,7 @@ int returnVector(HostData host, HostTensor SolutionInstance::*field, std::int32_
 
 }  // namespace
 
-int copyToHostTensor(HostData host, const double* source, std::int32_t length, HostTensor* slot) {
+int korvex::copyToHostTensor(HostData host, const double* source, std::int32_t length, HostTensor* slot) {
     if (*slot != nullptr) {
         host->tensorFree(*slot);
         *slot = nullptr;
@@ -94,7 +96,7 @@ int copyToHostTensor(HostData host, const double* source, std::int32_t length, H
     return 0;
 }
 
-SolutionInstance* storeSolution(HostData host, std::int32_t id, const Solution* solution, const Info* info,
+SolutionInstance* korvex::storeSolution(HostData host, std::int32_t id, const Solution* solution, const Info* info,
                                 const Data* data) {
     SolutionInstance* instance = findInstance(id);
     if (instance == nullptr) return nullptr;

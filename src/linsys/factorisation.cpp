@@ -16,6 +16,8 @@
 #include "reporting/print.h"
 #include "reporting/timing.h"
 
+namespace korvex {
+
 namespace {
 
 struct CsMatrixRelease {
@@ -217,3 +219,5 @@ LinSysWork* initPriv(const SparseMatrix* A, const Settings* settings) {
 }
 
 void releasePriv(LinSysWork* p) { destroyRecord(p); }
+
+}  // namespace korvex

@@ -26,6 +26,8 @@
 #include "records/records.h"
 #include "reporting/allocation.h"
 
+namespace korvex {
+
 struct Work;
 
 // The result of the equilibration: A was divided by D row-wise and by E column-wise.
@@ -142,3 +144,5 @@ char* linSysMethodText(const SparseMatrix* A);
 // with the solve time per iteration (info->iter + 1 of them), or null; resets
 // solve_time_ms. The caller releases it with releaseMemory.
 char* linSysSummaryText(LinSysWork* lin_sys, const Info* info);
+
+}  // namespace korvex

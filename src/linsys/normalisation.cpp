@@ -6,6 +6,8 @@
 #include "linsys/linsys.h"
 #include "records/cone_record.h"
 
+namespace korvex {
+
 namespace {
 
 // Gives every row of a cone block (after the leading zero and non-negative rows) the
@@ -91,3 +93,5 @@ int normalizeMatrix(SparseMatrix* A, const Settings* settings, const Cone* cone,
     scaling->mean_col_norm = mean_col_norm;
     return 0;
 }
+
+}  // namespace korvex

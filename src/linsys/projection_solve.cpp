@@ -19,6 +19,8 @@
 #include "reporting/print.h"
 #include "reporting/timing.h"
 
+namespace korvex {
+
 namespace {
 
 // to[0 .. count-1] = from[0 .. count-1]; a caller's array of no entries may be null.
@@ -249,3 +251,5 @@ char* linSysSummaryText(LinSysWork* lin_sys, const Info* info) {
     lin_sys->solve_time_ms = 0.0;
     return text;
 }
+
+}  // namespace korvex

@@ -3,6 +3,8 @@
 
 #include "linsys/linsys.h"
 
+namespace korvex {
+
 void multiplyAddA(const SparseMatrix* A, const double* x, double* y) {
     const int* Ap = A->p;
     const int* Ai = A->i;
@@ -56,3 +58,5 @@ void freeMatrix(SparseMatrix* matrix) {
     matrix->p = nullptr;
     releaseMemory(matrix);
 }
+
+}  // namespace korvex

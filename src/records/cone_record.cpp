@@ -7,6 +7,8 @@
 #include "reporting/allocation.h"
 #include "reporting/print.h"
 
+namespace korvex {
+
 namespace {
 
 // Rows of a packed semidefinite block of side n, n(n+1)/2, halved in integer arithmetic.
@@ -154,3 +156,4 @@ char* coneSummaryText(const Cone* cone) {
     return text;
 }
 
+}  // namespace korvex

@@ -5,6 +5,8 @@
 
 #include "records/records.h"
 
+namespace korvex {
+
 // Rows described by cone: free + linear + soc sizes + n(n+1)/2 per sd side + 3 per
 // exponential, dual exponential and power triple. Lists with a null array or a negative
 // count add nothing. Saturates at INT32_MAX.
@@ -23,3 +25,5 @@ int coneBlockLengths(const Cone* cone, int** lengths);
 // A new text "Cones:" followed by one tab-led line per cone family present; the caller
 // prints it with "%s" and releases it with releaseMemory. Null on allocation failure.
 char* coneSummaryText(const Cone* cone);
+
+}  // namespace korvex

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+namespace korvex {
+
 const char* statusText(std::int32_t statusVal) {
     switch (statusVal) {
         case KORVEX_SOLVED: return "Solved";
@@ -91,6 +93,11 @@ const SettingDescriptor kSettingDescriptors[] = {
 #undef KORVEX_REAL_SETTING
 
 const int kSettingDescriptorCount = sizeof(kSettingDescriptors) / sizeof(kSettingDescriptors[0]);
+
+}  // namespace korvex
+
+using korvex::kSettingDescriptors;
+using korvex::SettingDescriptor;
 
 void setDefaultSettings(Settings* settings) {
     for (const SettingDescriptor& option : kSettingDescriptors) {

@@ -156,6 +156,8 @@ constexpr std::int32_t KORVEX_INDETERMINATE = -3;
 constexpr std::int32_t KORVEX_FAILED = -4;
 constexpr std::int32_t KORVEX_SIGINT = -5;
 
+
+namespace korvex {
 // The text of a status code ("Solved", "Infeasible/Inaccurate", ...); "" for 0 and for
 // codes that are not statuses.
 const char* statusText(std::int32_t statusVal);
@@ -163,11 +165,15 @@ const char* statusText(std::int32_t statusVal);
 // Copies text into info->status, cut to 31 characters and always zero-terminated.
 void setStatusText(Info* info, const char* text);
 
+}  // namespace korvex
+
 // Direction codes of Settings::dir.
 constexpr std::int32_t KORVEX_DIR_RESTARTED_BROYDEN = 100;
 constexpr std::int32_t KORVEX_DIR_RESTARTED_BROYDEN_V2 = 101;
 constexpr std::int32_t KORVEX_DIR_FIXED_POINT_RESIDUAL = 200;
 constexpr std::int32_t KORVEX_DIR_FULL_BROYDEN = 300;
+
+namespace korvex {
 
 // The code of a direction name, compared in full and case-sensitively; any other text,
 // and null, gives 100 (restarted Broyden).
@@ -190,6 +196,8 @@ struct SettingDescriptor {
 // The options from normalize to record_progress, in the order of the fields.
 extern const SettingDescriptor kSettingDescriptors[];
 extern const int kSettingDescriptorCount;
+
+}  // namespace korvex
 
 // Writes the default of every field into settings: the table above, then
 // stream_override 0 and output_stream standard output.

@@ -10,6 +10,8 @@
 #include "records/records.h"
 #include "reporting/allocation.h"
 
+namespace korvex {
+
 struct LinSysWork;
 struct Scaling;
 struct ConeWork;
@@ -60,3 +62,5 @@ struct Work {
     ConeWork* cone_work;   // cone workspace, released by freeConeWork
     YSCache* su_cache;     // Broyden cache, owned; null unless dir is 100 or 101 with memory > 0
 };
+
+}  // namespace korvex

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+namespace korvex {
+
 namespace {
 
 // The test hook: allocations counted since the last failAllocationAt, the one to fail
@@ -49,3 +51,5 @@ void failAllocationAt(long k) {
 long allocationCount() { return allocation_count; }
 
 bool allocationFailureFired() { return failure_fired; }
+
+}  // namespace korvex

@@ -19,6 +19,8 @@
 #include <type_traits>
 #include <utility>
 
+namespace korvex {
+
 // bytes of uninitialised memory, or null on failure. A request of 0 bytes still gives a
 // unique non-null block, so that null always means failure.
 void* allocateMemory(std::size_t bytes);
@@ -125,3 +127,5 @@ struct RecordDeleter {
 // Owns a record during a set-up; release() hands it to the caller once complete.
 template <class T>
 using RecordOwner = std::unique_ptr<T, RecordDeleter>;
+
+}  // namespace korvex

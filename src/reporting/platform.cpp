@@ -3,6 +3,8 @@
 #include <csignal>
 #include <ctime>
 
+namespace korvex {
+
 int queryPerformanceFrequency(std::int64_t* frequency) {
     *frequency = 1000000000;  // the counter below is in nanoseconds
     return 1;
@@ -49,3 +51,5 @@ int setConsoleCtrlHandler(ConsoleControlHandler handler, int add) {
     installed_handler = nullptr;
     return 1;
 }
+
+}  // namespace korvex

@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+namespace korvex {
+
 // Counts per second of queryPerformanceCounter. Returns non-zero on success.
 int queryPerformanceFrequency(std::int64_t* frequency);
 
@@ -25,3 +27,5 @@ using ConsoleControlHandler = int (*)(std::uint32_t controlType);
 // removes it and puts back that earlier action; removing when nothing is installed does
 // nothing. Returns non-zero on success.
 int setConsoleCtrlHandler(ConsoleControlHandler handler, int add);
+
+}  // namespace korvex

@@ -2,6 +2,8 @@
 
 #include <cstdarg>
 
+namespace korvex {
+
 void printPlain(const char* format, ...) {
     va_list args;
     va_start(args, format);
@@ -29,3 +31,5 @@ int formatInto(char* buffer, const char* format, ...) {
     va_end(args);
     return written < 0 ? -1 : written;
 }
+
+}  // namespace korvex

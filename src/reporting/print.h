@@ -9,6 +9,8 @@
 
 #include <cstdio>
 
+namespace korvex {
+
 #if defined(__GNUC__)
 #define KORVEX_PRINTF_FORMAT(format_index, first_arg) __attribute__((format(printf, format_index, first_arg)))
 #else
@@ -28,3 +30,5 @@ void printTo(int stream_override, std::FILE* stream, const char* format, ...) KO
 
 // Formats into buffer, which the caller has sized; returns the characters written or -1.
 int formatInto(char* buffer, const char* format, ...) KORVEX_PRINTF_FORMAT(2, 3);
+
+}  // namespace korvex

@@ -2,6 +2,8 @@
 
 #include "reporting/platform.h"
 
+namespace korvex {
+
 void startTimer(Timer* timer) {
     queryPerformanceFrequency(&timer->frequency);
     queryPerformanceCounter(&timer->start);
@@ -30,3 +32,5 @@ int consoleInterruptHandler(std::uint32_t controlType) {
 }
 
 const char* versionText() { return "1.2.6-Vrena-Marlet"; }
+
+}  // namespace korvex

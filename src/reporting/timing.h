@@ -10,6 +10,8 @@
 #include <csignal>
 #include <cstdint>
 
+namespace korvex {
+
 struct Timer {
     std::int64_t start;      // counter value at startTimer
     std::int64_t now;        // counter value at the last readTimer
@@ -42,3 +44,5 @@ int consoleInterruptHandler(std::uint32_t controlType);
 
 // "1.2.6-Vrena-Marlet"
 const char* versionText();
+
+}  // namespace korvex

@@ -14,6 +14,8 @@
 #include "io/readers.h"
 #include "io_checks.h"
 
+using namespace korvex;
+
 namespace {
 
 struct CommandRun {

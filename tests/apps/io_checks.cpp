@@ -8,6 +8,8 @@
 
 #include "io/text_input.h"
 
+using namespace korvex;
+
 std::vector<std::vector<double>> denseRows(const ConicProblem& problem) {
     std::vector<std::vector<double>> rows(problem.m, std::vector<double>(problem.n, 0.0));
     for (int j = 0; j < problem.n; ++j) {

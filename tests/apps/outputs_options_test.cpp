@@ -13,6 +13,8 @@
 #include "io/readers.h"
 #include "io_checks.h"
 
+using namespace korvex;
+
 namespace {
 
 std::size_t countOf(const std::string& text, const std::string& part) {

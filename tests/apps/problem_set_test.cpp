@@ -16,6 +16,8 @@
 #include "reporting/allocation.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 // gtest names a problem by its file.
 void PrintTo(const ManifestEntry& entry, std::ostream* out) { *out << entry.file; }
 

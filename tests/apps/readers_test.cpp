@@ -12,6 +12,8 @@
 #include "io_checks.h"
 #include "support/capture.h"
 
+using namespace korvex;
+
 namespace {
 
 const double kRoot2 = std::sqrt(2.0);

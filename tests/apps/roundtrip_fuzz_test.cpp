@@ -12,6 +12,8 @@
 #include "io_checks.h"
 #include "support/capture.h"
 
+using namespace korvex;
+
 namespace {
 
 // Every cone the writer knows: zero, non-negative, second-order (from a rotated cone),

@@ -8,6 +8,8 @@
 
 #include "cone_checks.h"
 
+using namespace korvex;
+
 namespace {
 
 using V = std::vector<double>;

@@ -4,6 +4,8 @@
 
 #include "cones/lapack.h"
 
+using namespace korvex;
+
 namespace {
 
 // Index of entry (i, j), i >= j, of a packed matrix of side n.

@@ -13,6 +13,9 @@
 
 #include "cones/cones.h"
 
+// The suites reach the library's internals by their plain names.
+using namespace korvex;
+
 // A Cone record over vectors that the test owns.
 struct ConeFixture {
     std::vector<int> soc, sd;

@@ -12,6 +12,8 @@
 #include "support/capture.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 namespace {
 
 // The message printed by checkConeRecord for a record and a row count, with its result.

@@ -11,6 +11,8 @@
 #include "cone_checks.h"
 #include "support/capture.h"
 
+using namespace korvex;
+
 namespace {
 
 using V = std::vector<double>;

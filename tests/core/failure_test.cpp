@@ -13,6 +13,8 @@
 #include "support/capture.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 namespace {
 
 constexpr double kInf = std::numeric_limits<double>::infinity();

@@ -12,6 +12,8 @@
 #include "support/capture.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 namespace {
 
 // The library's defaults (Marlet iteration, restarted Broyden) at eps 1e-6.

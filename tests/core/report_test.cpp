@@ -17,6 +17,8 @@
 #include "support/capture.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 namespace {
 
 const std::string kDashes(85, '-'), kEquals(85, '=');

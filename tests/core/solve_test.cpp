@@ -11,6 +11,8 @@
 #include "core/solver.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 namespace {
 
 constexpr double kInf = std::numeric_limits<double>::infinity();

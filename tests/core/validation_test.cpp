@@ -12,6 +12,8 @@
 #include "support/capture.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();

@@ -11,6 +11,8 @@
 #include "directions/directions.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 namespace {
 
 // A Work of a real set-up of the Marlet iteration (the LP: l = 7), whose vectors R, Sk

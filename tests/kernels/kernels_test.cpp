@@ -9,6 +9,8 @@
 
 #include "kernels/kernels.h"
 
+using namespace korvex;
+
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+using namespace korvex;
+
 KorvexLink LinkTest::link;
 
 Settings linkTestSettings() {

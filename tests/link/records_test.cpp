@@ -8,6 +8,8 @@
 #include "link/link_fixture.h"
 #include "reporting/allocation.h"
 
+using namespace korvex;
+
 namespace {
 
 class LinkRecords : public testing::Test {

@@ -6,6 +6,8 @@
 
 #include "link/link_fixture.h"
 
+using namespace korvex;
+
 namespace {
 
 using LinkSolve = LinkTest;

@@ -13,6 +13,8 @@
 
 #include "link/link_fixture.h"
 
+using namespace korvex;
+
 #if defined(__SANITIZE_ADDRESS__)
 #define KORVEX_HEAP_IS_INSTRUMENTED 1
 #elif defined(__has_feature)

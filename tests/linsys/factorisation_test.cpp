@@ -17,17 +17,19 @@ extern "C" {
 #include "support/capture.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 // This suite is linked with --wrap for isInterrupted, so that a test can count the polls
 // of the elimination and press Ctrl+C (through the console handler) just before the k-th.
 namespace {
 long polls = 0, interrupt_at_poll = 0;
 }  // namespace
 
-extern "C" int __real__Z13isInterruptedv();
-extern "C" int __wrap__Z13isInterruptedv() {
+extern "C" int __real__ZN6korvex13isInterruptedEv();
+extern "C" int __wrap__ZN6korvex13isInterruptedEv() {
     ++polls;
     if (polls == interrupt_at_poll) consoleInterruptHandler(0);
-    return __real__Z13isInterruptedv();
+    return __real__ZN6korvex13isInterruptedEv();
 }
 
 namespace {

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <random>
 
+using namespace korvex;
+
 TestMatrix matrixFromColumns(int m, const std::vector<std::vector<std::pair<int, double>>>& columns) {
     TestMatrix A;
     A.m = m;

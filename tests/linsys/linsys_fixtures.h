@@ -8,6 +8,9 @@
 #include "core/solver.h"
 #include "linsys/linsys.h"
 
+// The suites reach the library's internals by their plain names.
+using namespace korvex;
+
 struct PrivRelease {
     void operator()(LinSysWork* p) const noexcept { releasePriv(p); }
 };

@@ -11,6 +11,8 @@
 #include "linsys_fixtures.h"
 #include "support/capture.h"
 
+using namespace korvex;
+
 namespace {
 
 // The fixture of a solve over random data with rows of the non-negative cone.

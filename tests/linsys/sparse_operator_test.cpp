@@ -7,6 +7,8 @@
 #include "linsys_fixtures.h"
 #include "support/problems.h"
 
+using namespace korvex;
+
 namespace {
 
 using V = std::vector<double>;

@@ -9,6 +9,8 @@
 
 #include "records/records.h"
 
+using namespace korvex;
+
 namespace {
 
 TEST(Records, StatusCodesHaveTheirTexts) {

@@ -15,6 +15,8 @@
 #include "reporting/timing.h"
 #include "support/capture.h"
 
+using namespace korvex;
+
 namespace {
 
 TEST(Allocation, HookFailsExactlyTheKthAllocationOnce) {

@@ -10,6 +10,8 @@
 #include "reporting/allocation.h"
 #include "support/capture.h"
 
+using namespace korvex;
+
 SolveRun::SolveRun(const Problem& problem) : problem_(problem) {
     const int m = problem.m(), n = problem.n();
     starts_.push_back(0);

@@ -8,6 +8,9 @@
 
 #include "records/records.h"
 
+// The suites reach the library's internals by their plain names.
+using namespace korvex;
+
 // minimise c'x subject to A x + s = b, s in K, with A given densely by rows.
 struct Problem {
     std::string name{};
