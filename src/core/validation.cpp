@@ -1,7 +1,6 @@
 #include "core/validation.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "cones/cones.h"
 #include "reporting/print.h"
@@ -10,41 +9,18 @@ namespace korvex {
 
 namespace {
 
-// Index of the first entry of v that is not a finite number, or -1.
-long firstNonFinite(const double* v, long count) {
-    for (long k = 0; k < count; ++k) {
-        if (!std::isfinite(v[k])) return k;
-    }
-    return -1;
-}
-
-// Beyond the structural checks: A must have the problem's dimensions, and A, b and c
-// must hold finite numbers, since one NaN or infinity spreads through the equilibration
-// and the factors into every iterate. Prints one message and returns -1 on refusal.
-int checkProblemData(const Data* data) {
+// Beyond the checks of validateMatrix: A must have the problem's own dimensions. The
+// copy, the equilibration and the factorisation go by A->m and A->n, every vector of the
+// solve by m and n, so that any difference reads or writes beyond one of them. Neither
+// the values of A, b and c nor b and c themselves are looked at here: a NaN or an
+// infinity goes into the solve, and the iterations refuse a missing b or c. Prints one
+// message and returns -1 on refusal.
+int checkMatrixDimensions(const Data* data) {
     const SparseMatrix* A = data->A;
-    if (A->m != data->m || A->n != data->n) {
-        printPlain("ERROR: A is %li by %li, but m = %li and n = %li\n", static_cast<long>(A->m),
-                   static_cast<long>(A->n), static_cast<long>(data->m), static_cast<long>(data->n));
-        return -1;
-    }
-    if (data->b == nullptr || data->c == nullptr) {
-        printPlain("ERROR: b or c missing\n");
-        return -1;
-    }
-    const struct {
-        const char* name;
-        const double* values;
-        long count;
-    } vectors[] = {{"A->x", A->x, A->p[A->n]}, {"b", data->b, data->m}, {"c", data->c, data->n}};
-    for (const auto& vector : vectors) {
-        long bad = firstNonFinite(vector.values, vector.count);
-        if (bad >= 0) {
-            printPlain("ERROR: %s[%li] = %g is not a finite number\n", vector.name, bad, vector.values[bad]);
-            return -1;
-        }
-    }
-    return 0;
+    if (A->m == data->m && A->n == data->n) return 0;
+    printPlain("ERROR: A is %li by %li, but m = %li and n = %li\n", static_cast<long>(A->m), static_cast<long>(A->n),
+               static_cast<long>(data->m), static_cast<long>(data->n));
+    return -1;
 }
 
 // Whether value lies beyond a lower or an upper limit. Only a true comparison refuses,
@@ -88,6 +64,8 @@ int validateMatrix(const SparseMatrix* A) {
         printPlain("data incompletely specified\n");
         return -1;
     }
+    // The columns are walked from p[0], but the copy and the assembly of the linear system
+    // count p[n] entries from 0: any other start reads or hands on entries outside them.
     if (A->p[0] != 0) {
         printPlain("ERROR: A->p[0] = %li, the first column must start at 0\n", static_cast<long>(A->p[0]));
         return -1;
@@ -115,6 +93,7 @@ int validateMatrix(const SparseMatrix* A) {
         printPlain("number of rows in A inconsistent with input dimension\n");
         return -1;
     }
+    // A negative row would index before the start of every vector of m entries.
     if (smallest_row < 0) {
         printPlain("ERROR: A->i (row indices) negative\n");
         return -1;
@@ -133,7 +112,7 @@ int validateProblem(const Data* data, const Cone* cone) {
         return -1;
     }
     if (data->m < data->n) printTo(override, err, "WARN: m less than n, problem likely degenerate\n");
-    if (validateMatrix(data->A) < 0 || checkProblemData(data) < 0) {
+    if (validateMatrix(data->A) < 0 || checkMatrixDimensions(data) < 0) {
         printTo(override, err, "invalid linear system input data\n");
         return -4;
     }
