@@ -224,7 +224,7 @@ struct SettingDescriptor {
     // value beyond low or high (with high_refusal, when there is one, beyond high) and a
     // value that accepts rejects; a value beyond warn_above prints warning and passes.
     int check_rank = 0;                            // 0: not checked
-    bool marlet_only = false;                      // checked only when do_super_korvex is 1
+    bool marlet_only = false;                      // skipped when do_super_korvex is 0
     bool (*applies)(const Settings&) = nullptr;    // set: checked only where it holds
     SettingLimit low = kNoLowerLimit;
     SettingLimit high = kNoUpperLimit;
