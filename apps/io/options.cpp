@@ -3,9 +3,11 @@
 #include <signal.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "io/text_input.h"
 #include "reporting/platform.h"
@@ -34,6 +36,10 @@ const SettingDescriptor* findSetting(std::string_view name) {
     return nullptr;
 }
 
+// The direction codes, in the order of their names in the texts.
+constexpr std::int32_t kDirectionCodes[] = {KORVEX_DIR_RESTARTED_BROYDEN, KORVEX_DIR_RESTARTED_BROYDEN_V2,
+                                            KORVEX_DIR_FIXED_POINT_RESIDUAL, KORVEX_DIR_FULL_BROYDEN};
+
 std::string formatValue(double value) {
     char text[32];
     std::snprintf(text, sizeof text, "%g", value);
@@ -50,8 +56,7 @@ int applySetting(Settings* settings, std::string_view name, std::string_view val
         std::int64_t number;
         if (field == "dir" && !parseInteger(value, &number)) {
             const std::string text(value);
-            for (std::int32_t code : {KORVEX_DIR_RESTARTED_BROYDEN, KORVEX_DIR_RESTARTED_BROYDEN_V2,
-                                      KORVEX_DIR_FIXED_POINT_RESIDUAL, KORVEX_DIR_FULL_BROYDEN}) {
+            for (std::int32_t code : kDirectionCodes) {
                 if (text == directionName(code)) {
                     settings->dir = code;
                     return 1;
@@ -96,6 +101,31 @@ std::string settingsHelp() {
         if (option.int_field == &Settings::dir) left = "  --dir NAME|CODE";
         if (left.size() < 28) left.resize(28, ' ');
         text += left + option.help + " (default " + settingText(defaults, option.name) + ")\n";
+    }
+    return text;
+}
+
+std::string settingsMarkdown() {
+    Settings defaults;
+    setDefaultSettings(&defaults);
+    std::vector<const SettingDescriptor*> options;
+    for (const SettingDescriptor& option : kSettingDescriptors) options.push_back(&option);
+    std::sort(options.begin(), options.end(), [](const SettingDescriptor* a, const SettingDescriptor* b) {
+        return a->link_position < b->link_position;
+    });
+    std::string text = "| position | option | host type | default | meaning |\n|---|---|---|---|---|\n";
+    for (const SettingDescriptor* option : options) {
+        std::string type = option->int_field != nullptr ? "integer" : "real";
+        std::string meaning = option->help;
+        if (option->from_text != nullptr) {
+            type = "text";
+            meaning = "the direction by name:";
+            for (std::int32_t code : kDirectionCodes) meaning += std::string(" `") + directionName(code) + "`,";
+            meaning.back() = ';';
+            meaning += std::string(" any other name means `") + directionName(kDirectionCodes[0]) + "`";
+        }
+        text += "| " + std::to_string(option->link_position) + " | `" + option->name + "` | " + type + " | " +
+                settingText(defaults, option->name) + " | " + meaning + " |\n";
     }
     return text;
 }

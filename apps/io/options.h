@@ -17,6 +17,11 @@ int applySetting(Settings* settings, std::string_view name, std::string_view val
 // One line per setting, "  --name VALUE   help (default D)", for --help.
 std::string settingsHelp();
 
+// The option arguments of the host link, positions 11 to 36, as a Markdown table: the
+// position, the setting it fills, the host type, the default and the help. The README
+// holds this table as generated.
+std::string settingsMarkdown();
+
 // The value of a setting as text ("1e-06", "fixed_point_residual" for dir), or "" for a
 // name that is no setting.
 std::string settingText(const Settings& settings, std::string_view name);

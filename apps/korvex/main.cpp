@@ -52,6 +52,7 @@ const char kUsage[] =
     "  --no-solve              read (and write) the problem, print its size, do not solve\n"
     "  --time-limit SECONDS    interrupt the solve after this long\n"
     "  --blas-threads N        BLAS threads (default 1, so that runs are reproducible)\n"
+    "  --settings-markdown     the option arguments of the host link as a Markdown table\n"
     "\n"
     "Settings of the solver, as --NAME VALUE, --NAME=VALUE, or with '-' for '_':\n";
 
@@ -62,7 +63,7 @@ struct CommandLine {
     double time_limit = 0.0;
     int blas_threads = 1;
     std::string solution_path, history_path, plot_path, cbf_path;
-    bool no_solve = false, help = false, version = false;
+    bool no_solve = false, help = false, version = false, markdown = false;
 };
 
 // Fills line from the arguments; "" or the complaint.
@@ -82,6 +83,10 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
         }
         if (arg == "version") {
             line->version = true;
+            continue;
+        }
+        if (arg == "settings-markdown" || arg == "settings_markdown") {
+            line->markdown = true;
             continue;
         }
         if (arg == "no-solve" || arg == "no_solve") {
@@ -128,7 +133,7 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
         }
         if (separate) ++k;
     }
-    if (!line->help && !line->version && line->input.empty()) return "no problem file given";
+    if (!line->help && !line->version && !line->markdown && line->input.empty()) return "no problem file given";
     return "";
 }
 
@@ -261,6 +266,10 @@ int main(int argc, char** argv) {
     }
     if (line.version) {
         std::printf("korvex %s\n", versionText());
+        return kExitVerdict;
+    }
+    if (line.markdown) {
+        std::printf("%s", settingsMarkdown().c_str());
         return kExitVerdict;
     }
     if (!error.empty()) {

@@ -1,6 +1,8 @@
 #include "core/report.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 
@@ -70,6 +72,13 @@ void printSolveTime(const Settings* s, double solve_time_ms) {
     const int millis = static_cast<int>(std::lround(fraction * 10000.0)) / 10;
     printTo(s->stream_override, s->output_stream, "Timing: Solve time: %02d:%02d:%02d.%d\n", hours, minutes, seconds,
             millis);
+}
+
+// Appends to the zero-terminated text in a buffer of size bytes; what does not fit is cut.
+template <class... Values>
+void append(char* text, std::size_t size, const char* format, Values... values) {
+    const std::size_t used = std::strlen(text);
+    std::snprintf(text + used, size - used, format, values...);
 }
 
 }  // namespace
@@ -150,14 +159,44 @@ void printFooter(const Data* data, const Cone* cone, const Solution* solution, W
 }
 
 void printSettingsDump(const Settings* s) {
-    printTo(s->stream_override, s->output_stream,
-            "Settings:\nalpha        : %g\nbeta         : %g\nc1           : %g\nc_bl         : %g\ncg_rate      : "
-            "%g\ndir          : %d\ndo_super_korvex : %d\neps          : %g\n(k0, k1, k2) : (%d, %d, %d)\nls       "
-            "    : %d\nmax_iters    : %d\nmemory       : %d\nnormalize    : %d\nrho_x        : %g\nscale        : "
-            "%g\nsigma        : %g\nsse          : %g\nthetabar     : %g\nwarm_start   : %d\n",
-            s->alpha, s->beta, s->c1, s->c_bl, s->cg_rate, s->dir, s->do_super_korvex, s->eps, s->k0, s->k1, s->k2,
-            s->ls, s->max_iters, s->memory, s->normalize, s->rho_x, s->scale, s->sigma, s->sse, s->thetabar,
-            s->warm_start);
+    // The options the dump shows, in the alphabetical order of their names.
+    const SettingDescriptor* shown[kSettingDescriptorCount];
+    int count = 0;
+    for (const SettingDescriptor& option : kSettingDescriptors) {
+        if (option.dump != DumpLine::kNone) shown[count++] = &option;
+    }
+    std::sort(shown, shown + count, [](const SettingDescriptor* a, const SettingDescriptor* b) {
+        return std::strcmp(a->name, b->name) < 0;
+    });
+
+    // One line an option, "name : value", but for a run of joined ones, which share the
+    // line "(a, b, c) : (1, 2, 3)". The whole dump goes out in one print.
+    char text[kPrintBufferSize] = "Settings:\n";
+    for (int k = 0; k < count;) {
+        int end = k + 1;
+        if (shown[k]->dump == DumpLine::kJoined) {
+            while (end < count && shown[end]->dump == DumpLine::kJoined) ++end;
+        }
+        const bool joined = end - k > 1;
+        char names[128] = "", values[128] = "";
+        for (int j = k; j < end; ++j) {
+            const SettingDescriptor& option = *shown[j];
+            const char* separator = j > k ? ", " : joined ? "(" : "";
+            append(names, sizeof names, "%s%s", separator, option.name);
+            if (option.int_field != nullptr) {
+                append(values, sizeof values, "%s%d", separator, s->*option.int_field);
+            } else {
+                append(values, sizeof values, "%s%g", separator, s->*option.double_field);
+            }
+        }
+        if (joined) {
+            append(names, sizeof names, "%s", ")");
+            append(values, sizeof values, "%s", ")");
+        }
+        append(text, sizeof text, "%-12s : %s\n", names, values);
+        k = end;
+    }
+    printTo(s->stream_override, s->output_stream, "%s", text);
 }
 
 }  // namespace korvex

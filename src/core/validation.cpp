@@ -1,6 +1,6 @@
 #include "core/validation.h"
 
-#include <cmath>
+#include <algorithm>
 
 #include "cones/cones.h"
 #include "reporting/print.h"
@@ -9,40 +9,51 @@ namespace korvex {
 
 namespace {
 
-// Index of the first entry of v that is not a finite number, or -1.
-long firstNonFinite(const double* v, long count) {
-    for (long k = 0; k < count; ++k) {
-        if (!std::isfinite(v[k])) return k;
-    }
+// Beyond the checks of validateMatrix: A must have the problem's own dimensions. The
+// copy, the equilibration and the factorisation go by A->m and A->n, every vector of the
+// solve by m and n, so that any difference reads or writes beyond one of them. Neither
+// the values of A, b and c nor b and c themselves are looked at here: a NaN or an
+// infinity goes into the solve, and the iterations refuse a missing b or c. Prints one
+// message and returns -1 on refusal.
+int checkMatrixDimensions(const Data* data) {
+    const SparseMatrix* A = data->A;
+    if (A->m == data->m && A->n == data->n) return 0;
+    printPlain("ERROR: A is %li by %li, but m = %li and n = %li\n", static_cast<long>(A->m), static_cast<long>(A->n),
+               static_cast<long>(data->m), static_cast<long>(data->n));
     return -1;
 }
 
-// Beyond the structural checks: A must have the problem's dimensions, and A, b and c
-// must hold finite numbers, since one NaN or infinity spreads through the equilibration
-// and the factors into every iterate. Prints one message and returns -1 on refusal.
-int checkProblemData(const Data* data) {
-    const SparseMatrix* A = data->A;
-    if (A->m != data->m || A->n != data->n) {
-        printPlain("ERROR: A is %li by %li, but m = %li and n = %li\n", static_cast<long>(A->m),
-                   static_cast<long>(A->n), static_cast<long>(data->m), static_cast<long>(data->n));
+// Whether value lies beyond a lower or an upper limit. Only a true comparison refuses,
+// so that a NaN is beyond no limit.
+bool beyondLower(SettingLimit limit, double value) { return limit.open ? value <= limit.value : value < limit.value; }
+bool beyondUpper(SettingLimit limit, double value) { return limit.open ? value >= limit.value : value > limit.value; }
+
+// Prints format on the error stream, with the option's value as the table shows it.
+void printAboutOption(const Settings* s, const SettingDescriptor& option, const char* format) {
+    const int o = s->stream_override;
+    switch (option.shown) {
+        case ShownValue::kNone: printTo(o, stderr, "%s", format); break;
+        case ShownValue::kInt: printTo(o, stderr, format, s->*option.int_field); break;
+        case ShownValue::kLong: printTo(o, stderr, format, static_cast<long>(s->*option.int_field)); break;
+        case ShownValue::kReal: printTo(o, stderr, format, s->*option.double_field); break;
+    }
+}
+
+// The check of one option from its row of the settings table: -1 after printing its
+// refusal, else 0, after printing its warning if the value calls for one.
+int checkOption(const Settings* s, const SettingDescriptor& option) {
+    if (option.marlet_only && s->do_super_korvex == 0) return 0;
+    if (option.applies != nullptr && !option.applies(*s)) return 0;
+    const double value = option.int_field != nullptr ? s->*option.int_field : s->*option.double_field;
+    if (beyondLower(option.low, value) || (option.accepts != nullptr && !option.accepts(s->*option.int_field))) {
+        printAboutOption(s, option, option.refusal);
         return -1;
     }
-    if (data->b == nullptr || data->c == nullptr) {
-        printPlain("ERROR: b or c missing\n");
+    if (beyondUpper(option.high, value)) {
+        printAboutOption(s, option, option.high_refusal != nullptr ? option.high_refusal : option.refusal);
         return -1;
     }
-    const struct {
-        const char* name;
-        const double* values;
-        long count;
-    } vectors[] = {{"A->x", A->x, A->p[A->n]}, {"b", data->b, data->m}, {"c", data->c, data->n}};
-    for (const auto& vector : vectors) {
-        long bad = firstNonFinite(vector.values, vector.count);
-        if (bad >= 0) {
-            printPlain("ERROR: %s[%li] = %g is not a finite number\n", vector.name, bad, vector.values[bad]);
-            return -1;
-        }
-    }
+    if (beyondUpper(option.warn_above, value)) printAboutOption(s, option, option.warning);
     return 0;
 }
 
@@ -53,6 +64,8 @@ int validateMatrix(const SparseMatrix* A) {
         printPlain("data incompletely specified\n");
         return -1;
     }
+    // The columns are walked from p[0], but the copy and the assembly of the linear system
+    // count p[n] entries from 0: any other start reads or hands on entries outside them.
     if (A->p[0] != 0) {
         printPlain("ERROR: A->p[0] = %li, the first column must start at 0\n", static_cast<long>(A->p[0]));
         return -1;
@@ -80,6 +93,7 @@ int validateMatrix(const SparseMatrix* A) {
         printPlain("number of rows in A inconsistent with input dimension\n");
         return -1;
     }
+    // A negative row would index before the start of every vector of m entries.
     if (smallest_row < 0) {
         printPlain("ERROR: A->i (row indices) negative\n");
         return -1;
@@ -98,7 +112,7 @@ int validateProblem(const Data* data, const Cone* cone) {
         return -1;
     }
     if (data->m < data->n) printTo(override, err, "WARN: m less than n, problem likely degenerate\n");
-    if (validateMatrix(data->A) < 0 || checkProblemData(data) < 0) {
+    if (validateMatrix(data->A) < 0 || checkMatrixDimensions(data) < 0) {
         printTo(override, err, "invalid linear system input data\n");
         return -4;
     }
@@ -106,94 +120,17 @@ int validateProblem(const Data* data, const Cone* cone) {
         printTo(override, err, "cone validation error\n");
         return -4;
     }
-    // Each test refuses only on a true comparison, so that a NaN option passes.
-    if (s->max_iters <= 0) {
-        printTo(override, err, "max_iters must be positive (max_iters=%ld)\n", static_cast<long>(s->max_iters));
-        return -4;
+    // The options, in the order of their ranks; the first refusal ends the validation.
+    const SettingDescriptor* checked[kSettingDescriptorCount];
+    int count = 0;
+    for (const SettingDescriptor& option : kSettingDescriptors) {
+        if (option.check_rank > 0) checked[count++] = &option;
     }
-    if (s->eps <= 0) {
-        printTo(override, err, "eps tolerance must be positive (eps=%g)\n", s->eps);
-        return -4;
-    }
-    if (s->alpha <= 0 || s->alpha >= 2) {
-        printTo(override, err, "alpha must be in (0,2) (alpha=%g)\n", s->alpha);
-        return -4;
-    }
-    if (s->rho_x <= 0) {
-        printTo(override, err, "rho_x must be positive (1e-3 works well) (rho_x=%g).\n", s->rho_x);
-        return -4;
-    }
-    if (s->scale <= 0) {
-        printTo(override, err, "Parameter `scale` must be positive (1 works well).\n");
-        return -4;
-    }
-    if (s->do_super_korvex != 0 && s->do_super_korvex != 1) {
-        printTo(override, err, "do_super_korvex (=%d) can be either 0 or 1.\n", s->do_super_korvex);
-        return -4;
-    }
-    if (s->do_super_korvex == 0) return 0;  // the rest concerns the Marlet iteration alone
-
-    if (s->thetabar < 0 || s->thetabar > 1) {
-        printTo(override, err, "Parameters `thetabar` must be a scalar between 0 and 1 (thetabar=%g)\n", s->thetabar);
-        return -4;
-    }
-    if ((s->dir == KORVEX_DIR_RESTARTED_BROYDEN || s->dir == KORVEX_DIR_RESTARTED_BROYDEN_V2) && s->memory < 2) {
-        printTo(override, err,
-                "Quasi-Newton memory length (mem=%ld) is too low; choose an integer at least equal to 2.\n",
-                static_cast<long>(s->memory));
-        return -4;
-    }
-    if (s->beta <= 0 || s->beta >= 1) {
-        printTo(override, err, "Stepsize reduction factor (beta=%g) out of bounds.\n", s->beta);
-        return -4;
-    }
-    if (s->ls < 0) {
-        printTo(override, err, "Illegal maximum number of line search iterations (ls=%ld).\n", static_cast<long>(s->ls));
-        return -4;
-    }
-    if (s->ls >= 40) {
-        printTo(override, err,
-                "WARNING! The value ls=%ld is too high. The maximum allowed number of line search iteration is 40. "
-                "We recommend a value about 10.\n",
-                static_cast<long>(s->ls));
-        return -4;
-    }
-    if (s->ls > 10) {
-        printTo(override, err,
-                "WARNING! The value ls=%ld is too high. We highly recommendthe maximum number of line search "
-                "iterations to be at most 10.\n",
-                static_cast<long>(s->ls));
-    }
-    if (s->sigma < 0) {
-        printTo(override, err, "Parameter sigma of the line search (sigma=%g) cannot be negative.\n", s->sigma);
-        return -4;
-    }
-    if (s->c_bl < 0 || s->c_bl >= 1) {
-        printTo(override, err, "Parameter (c_0=%g) for blind updates out of bounds.\n", s->c_bl);
-        return -4;
-    }
-    if (s->c1 < 0 || s->c1 >= 1) {
-        printTo(override, err, "Parameter (c1=%g) for step K1 out of bounds.\n", s->c1);
-        return -4;
-    }
-    if (s->sse < 0 || s->sse >= 1) {
-        printTo(override, err, "Parameter (sse=%g) for step K1 out of bounds.\n", s->sse);
-        return -4;
-    }
-    const struct {
-        const char* name;
-        int value;
-    } switches[] = {{"k0", s->k0}, {"k1", s->k1}, {"k2", s->k2}};
-    for (const auto& flag : switches) {
-        if (flag.value != 0 && flag.value != 1) {
-            printTo(override, err, "Parameter (%s=%d) can be eiter 0 (%s: off) or 1 (%s: on).\n", flag.name, flag.value,
-                    flag.name, flag.name);
-            return -4;
-        }
-    }
-    if (directionName(s->dir) == nullptr) {
-        printTo(override, err, "Invalid direction (%ld).\n", static_cast<long>(s->dir));
-        return -4;
+    std::sort(checked, checked + count, [](const SettingDescriptor* a, const SettingDescriptor* b) {
+        return a->check_rank < b->check_rank;
+    });
+    for (int k = 0; k < count; ++k) {
+        if (checkOption(s, *checked[k]) < 0) return -4;
     }
     return 0;
 }

@@ -75,8 +75,7 @@ int computeFullBroyden(Work* work, int iteration) {
     if (HY == nullptr) {
         HY = allocateArray<double>(l);
         if (HY == nullptr) {
-            printTo(work->settings->stream_override, stderr,
-                    "ERROR: allocating `HY` in `computeFullBroyden` failure\n");
+            printPlain("ERROR: allocating `HY` in `computeFullBroyden` failure\n");
             return 0;
         }
     }

@@ -80,36 +80,19 @@ struct LinkInput {
     HostTensor power_exponents;
 };
 
-// The option arguments, positions 11 to 36, in the order of the arguments (which is not
-// the order of the fields of Settings: k1 and k2 come before c_bl here). dir holds the
-// code of the direction name.
+// The option arguments, positions 11 to 36, as read: at[k] holds position 11 + k, in the
+// member of the argument's host type (an integer, a real, or a direction's name already
+// turned into its code). The settings table tells which field of Settings each fills.
+inline constexpr int kFirstOptionPosition = 11;
+inline constexpr int kOptionArgumentCount = kSolveArgumentCount - kFirstOptionPosition;
+static_assert(kOptionArgumentCount == kSettingDescriptorCount, "one option argument per setting");
+
 struct LinkSettings {
-    std::int32_t normalize;
-    double scale;
-    double rho_x;
-    std::int32_t max_iters;
-    std::int32_t progress_capacity;
-    double eps;
-    double alpha;
-    double cg_rate;
-    std::int32_t verbose;
-    std::int32_t warm_start;
-    std::int32_t do_super_korvex;
-    std::int32_t k0;
-    std::int32_t k1;
-    std::int32_t k2;
-    double c_bl;
-    double c1;
-    double sse;
-    std::int32_t ls;
-    double beta;
-    double sigma;
-    std::int32_t dir;
-    double thetabar;
-    std::int32_t memory;
-    std::int32_t broyden_rule;
-    std::int32_t broyden_init_scale;
-    std::int32_t record_progress;
+    struct Value {
+        std::int32_t integer;
+        double real;
+    };
+    Value at[kOptionArgumentCount];
 };
 
 // Positions 0 to 10: the counts, and the host's own handles with the flattened lengths of

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <type_traits>
 
 #include "core/solver.h"
@@ -19,7 +18,8 @@ using namespace korvex;
 
 namespace {
 
-// Positions of the problem arguments; the options follow from 11 on (kOptionArguments).
+// Positions of the problem arguments; the options follow from kFirstOptionPosition on,
+// where the settings table places them.
 enum ProblemPosition : int {
     kIdPosition = 0,
     kBPosition = 1,
@@ -33,55 +33,6 @@ enum ProblemPosition : int {
     kDualExpTriplesPosition = 9,
     kPowerExponentsPosition = 10,
 };
-
-// One option argument: where it stands, and the field of the same name in LinkSettings
-// and in Settings. Exactly one of the two member pairs is set; dir comes as a name.
-struct OptionArgument {
-    int position;
-    std::int32_t LinkSettings::*link_integer;
-    double LinkSettings::*link_real;
-    std::int32_t Settings::*integer_field;
-    double Settings::*real_field;
-    bool direction_name;
-};
-
-#define KORVEX_INTEGER_OPTION(field, position) {position, &LinkSettings::field, nullptr, &Settings::field, nullptr, false}
-#define KORVEX_REAL_OPTION(field, position) {position, nullptr, &LinkSettings::field, nullptr, &Settings::field, false}
-
-// Positions 11 to 36, in the order of the arguments.
-constexpr OptionArgument kOptionArguments[] = {
-    KORVEX_INTEGER_OPTION(normalize, 11),
-    KORVEX_REAL_OPTION(scale, 12),
-    KORVEX_REAL_OPTION(rho_x, 13),
-    KORVEX_INTEGER_OPTION(max_iters, 14),
-    KORVEX_INTEGER_OPTION(progress_capacity, 15),
-    KORVEX_REAL_OPTION(eps, 16),
-    KORVEX_REAL_OPTION(alpha, 17),
-    KORVEX_REAL_OPTION(cg_rate, 18),
-    KORVEX_INTEGER_OPTION(verbose, 19),
-    KORVEX_INTEGER_OPTION(warm_start, 20),
-    KORVEX_INTEGER_OPTION(do_super_korvex, 21),
-    KORVEX_INTEGER_OPTION(k0, 22),
-    KORVEX_INTEGER_OPTION(k1, 23),
-    KORVEX_INTEGER_OPTION(k2, 24),
-    KORVEX_REAL_OPTION(c_bl, 25),
-    KORVEX_REAL_OPTION(c1, 26),
-    KORVEX_REAL_OPTION(sse, 27),
-    KORVEX_INTEGER_OPTION(ls, 28),
-    KORVEX_REAL_OPTION(beta, 29),
-    KORVEX_REAL_OPTION(sigma, 30),
-    {31, &LinkSettings::dir, nullptr, &Settings::dir, nullptr, true},
-    KORVEX_REAL_OPTION(thetabar, 32),
-    KORVEX_INTEGER_OPTION(memory, 33),
-    KORVEX_INTEGER_OPTION(broyden_rule, 34),
-    KORVEX_INTEGER_OPTION(broyden_init_scale, 35),
-    KORVEX_INTEGER_OPTION(record_progress, 36),
-};
-
-#undef KORVEX_INTEGER_OPTION
-#undef KORVEX_REAL_OPTION
-
-static_assert(std::size(kOptionArguments) == kSolveArgumentCount - 11, "one entry per option argument");
 
 // The data of a host tensor of the element type T; null when the host gives none.
 template <class T>
@@ -192,13 +143,14 @@ LinkInput* korvex::buildLinkInput(HostData host, const LinkInput* arguments) {
 LinkSettings* korvex::buildLinkSettings(HostArgument* arguments) {
     LinkSettings* settings = createRecord<LinkSettings>();
     if (settings == nullptr) return nullptr;
-    for (const OptionArgument& option : kOptionArguments) {
-        if (option.direction_name) {
-            settings->*option.link_integer = directionCode(textArgument(arguments, option.position));
-        } else if (option.link_integer != nullptr) {
-            settings->*option.link_integer = integerArgument(arguments, option.position);
+    for (const SettingDescriptor& option : kSettingDescriptors) {
+        LinkSettings::Value& slot = settings->at[option.link_position - kFirstOptionPosition];
+        if (option.from_text != nullptr) {
+            slot.integer = option.from_text(textArgument(arguments, option.link_position));
+        } else if (option.int_field != nullptr) {
+            slot.integer = integerArgument(arguments, option.link_position);
         } else {
-            settings->*option.link_real = realArgument(arguments, option.position);
+            slot.real = realArgument(arguments, option.link_position);
         }
     }
     return settings;
@@ -222,11 +174,12 @@ int korvex::fillProblemRecords(HostData host, Data* data, Cone* cone, const Link
     if (s == nullptr) return kRefused;
     data->settings = s;
     setDefaultSettings(s);
-    for (const OptionArgument& option : kOptionArguments) {
-        if (option.integer_field != nullptr) {
-            s->*option.integer_field = settings->*option.link_integer;
+    for (const SettingDescriptor& option : kSettingDescriptors) {
+        const LinkSettings::Value& slot = settings->at[option.link_position - kFirstOptionPosition];
+        if (option.int_field != nullptr) {
+            s->*option.int_field = slot.integer;
         } else {
-            s->*option.real_field = settings->*option.link_real;
+            s->*option.double_field = slot.real;
         }
     }
     s->stream_override = 0;

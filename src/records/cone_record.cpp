@@ -95,8 +95,8 @@ int checkConeRecord(const Data* data, const Cone* cone) {
             return -1;
         }
         for (std::int32_t k = 0; k < cone->power_triples; ++k) {
-            double a = cone->power_exponents[k];
-            if (!(a >= -1.0 && a <= 1.0)) {  // a NaN exponent is refused as well
+            const double a = cone->power_exponents[k];
+            if (a < -1.0 || a > 1.0) {  // a NaN exponent passes
                 printPlain("power cone error, values must be in [-1,1]\n");
                 return -1;
             }

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <type_traits>
 
 // Compressed-column sparse matrix. The record and its three arrays are separate heap
@@ -182,20 +183,62 @@ std::int32_t directionCode(const char* name);
 // The name of a direction code, or null for a code that names no direction.
 const char* directionName(std::int32_t code);
 
-// One option of Settings, for the front ends that set options by name: the field's own
-// name, where it lives, its default and a line of help. Either int_field or double_field
-// is set.
+// A limit of a validated option: a value below a lower limit or above an upper one is
+// beyond it, and so is the limit itself when it is open. Plain comparisons decide, so a
+// NaN is never beyond a limit.
+struct SettingLimit {
+    double value;
+    bool open;
+};
+inline constexpr SettingLimit kNoLowerLimit{-std::numeric_limits<double>::infinity(), false};
+inline constexpr SettingLimit kNoUpperLimit{std::numeric_limits<double>::infinity(), false};
+
+// How a validation message shows the value under test: not at all, or through the one
+// conversion of its format, %d, %ld or %g.
+enum class ShownValue : std::int8_t { kNone, kInt, kLong, kReal };
+
+// What the settings dump prints for an option: nothing, a line "name : value" of its
+// own, or a share of one line with the joined options next to it in alphabetical order,
+// "(k0, k1, k2) : (0, 1, 1)".
+enum class DumpLine : std::int8_t { kNone, kOwn, kJoined };
+
+// One option of Settings, from normalize to record_progress: the field's own name, where
+// it lives, its default and a line of help for the front ends; its argument position in
+// KorvexLinkSolve; its place in the settings dump; and how the validation checks it.
+// Either int_field or double_field is set.
 struct SettingDescriptor {
-    const char* name;
-    std::int32_t Settings::*int_field;
-    double Settings::*double_field;
-    double default_value;
-    const char* help;
+    const char* name = nullptr;
+    std::int32_t Settings::*int_field = nullptr;
+    double Settings::*double_field = nullptr;
+    double default_value = 0.0;
+    const char* help = nullptr;
+
+    int link_position = 0;
+    // Set when the host passes the option as a text: turns it into the field's value.
+    std::int32_t (*from_text)(const char*) = nullptr;
+
+    DumpLine dump = DumpLine::kOwn;
+
+    // The checked options are tested in increasing check_rank, after the dimensions, the
+    // matrix and the cone, and the first refusal ends the validation. A check refuses a
+    // value beyond low or high (with high_refusal, when there is one, beyond high) and a
+    // value that accepts rejects; a value beyond warn_above prints warning and passes.
+    int check_rank = 0;                            // 0: not checked
+    bool marlet_only = false;                      // skipped when do_super_korvex is 0
+    bool (*applies)(const Settings&) = nullptr;    // set: checked only where it holds
+    SettingLimit low = kNoLowerLimit;
+    SettingLimit high = kNoUpperLimit;
+    bool (*accepts)(std::int32_t) = nullptr;
+    const char* refusal = nullptr;                 // printf format of the refusal
+    const char* high_refusal = nullptr;
+    ShownValue shown = ShownValue::kNone;          // for refusal, high_refusal and warning
+    SettingLimit warn_above = kNoUpperLimit;
+    const char* warning = nullptr;
 };
 
-// The options from normalize to record_progress, in the order of the fields.
-extern const SettingDescriptor kSettingDescriptors[];
-extern const int kSettingDescriptorCount;
+// The options in the order of the fields.
+inline constexpr int kSettingDescriptorCount = 26;
+extern const SettingDescriptor kSettingDescriptors[kSettingDescriptorCount];
 
 }  // namespace korvex
 
