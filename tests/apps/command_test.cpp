@@ -1,15 +1,14 @@
 // The korvex command as a user runs it: the runs of tests/golden/io_command_cases.txt
-// (usage errors, --help and --version, unreadable and gzipped files, solves and their
-// exit codes) with their outputs and exit codes kept whole in io_command.txt, then what
-// the files of those solves hold.
+// (usage errors, --help, unreadable and gzipped files, solves and their exit codes) with
+// their outputs and exit codes kept whole in io_command.txt; then the files they wrote.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
 #include <sstream>
 
@@ -19,9 +18,7 @@ namespace {
 
 std::string fileText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
@@ -31,9 +28,9 @@ std::string replaceAll(std::string text, const std::string& from, const std::str
     return text;
 }
 
-// One run of the command: its output (standard output, then standard error) and its exit
-// code, with the folders as $EX and $TMP, and the times, iteration counts and the sign of
-// a NaN masked, the objective to the six digits every build of the solver agrees on.
+// One run of the command: its output (standard output and error together) and its exit
+// code, with the folders as $EX and $TMP, the times, iteration counts and the sign of a
+// NaN masked, and the objective to the six digits every build of the solver agrees on.
 std::string run(const std::string& arguments, const std::string& scratch) {
     const std::string examples = KORVEX_EXAMPLES_DIR;
     const std::string command = replaceAll(replaceAll(arguments, "$EX", examples), "$TMP", scratch);
@@ -55,8 +52,7 @@ std::string run(const std::string& arguments, const std::string& scratch) {
 }
 
 TEST(Command, EveryRunGivesItsOutputAndExitCodeAndItsFiles) {
-    // The scratch folder: portfolio.cbf under a name of no format, maxcut.dat-s gzipped,
-    // and the same cut short.
+    // portfolio.cbf under a name of no format, maxcut.dat-s gzipped, and the same cut short.
     const std::string scratch = testing::TempDir() + "korvex_command_" + std::to_string(getpid());
     std::filesystem::create_directories(scratch);
     std::filesystem::copy_file(KORVEX_EXAMPLES_DIR "/portfolio.cbf", scratch + "/portfolio.txt");
@@ -83,17 +79,14 @@ TEST(Command, EveryRunGivesItsOutputAndExitCodeAndItsFiles) {
     const std::string header = "iteration,rel_gap,res_pri,res_dual,primal_cost,dual_cost,fpr_norm,time_ms,step_kind,ls_count\n";
     EXPECT_EQ(fileText(scratch + "/standard.csv"), header);
     EXPECT_NE(fileText(scratch + "/standard.svg").find("no progress history"), std::string::npos);
-    // The Marlet iteration: one row per iteration from 0, the last one's figures below
-    // eps and without a step, since the solve stopped before taking one; its plot drawn.
+    // The Marlet iteration: a row per iteration from 0, the last one's figures below eps
+    // and without a step, since the solve stopped before taking one; its plot drawn.
     std::istringstream rows(fileText(scratch + "/history.csv"));
     std::string row, last;
     std::getline(rows, row);
     EXPECT_EQ(row + "\n", header);
-    for (int iteration = 0; std::getline(rows, row); ++iteration, last = row) {
-        EXPECT_EQ(std::stoi(row), iteration);
-        EXPECT_EQ(std::count(row.begin(), row.end(), ','), 9) << row;
-    }
-    ASSERT_TRUE(std::regex_match(last, match, std::regex("[0-9]+,([^,]+),([^,]+),([^,]+),.*,,"))) << last;
+    for (int k = 0; std::getline(rows, row); ++k, last = row) EXPECT_EQ(row.substr(0, row.find(',')), std::to_string(k));
+    ASSERT_TRUE(std::regex_match(last, match, std::regex("[0-9]+,([^,]+),([^,]+),([^,]+),[^,]*,[^,]*,[^,]*,[^,]*,,"))) << last;
     for (int k = 1; k <= 3; ++k) EXPECT_LT(std::stod(match[k]), 1e-6) << last;
     EXPECT_NE(fileText(scratch + "/plot.svg").find("<polyline"), std::string::npos);
     std::filesystem::remove_all(scratch);

@@ -1,10 +1,7 @@
-// The problem files and what the command writes. The readers over the cases of
-// tests/golden/io_reader_cases.txt (every cone, section and bound type of the three
-// formats, and one malformed file per refusal): each case's problem in the solver's form,
-// or its "FILE:LINE: ..." message, kept whole in io_readers.txt. Every valid case and
-// example comes back the same from CBF, and no truncated or mutated file makes a reader do
-// anything but read or refuse. Direction names as options; the JSON, CSV and SVG writers,
-// kept whole in io_outputs.txt.
+// The readers over the cases of tests/golden/io_reader_cases.txt: each case's problem in
+// the solver's form, or its "FILE:LINE: ..." message, kept in io_readers.txt. Every valid
+// case and example comes back the same from CBF; no truncated or mutated file makes a
+// reader do anything but read or refuse. The JSON, CSV and SVG writers: io_outputs.txt.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,9 +11,9 @@
 #include <regex>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include "cones/cones.h"
-#include "io/options.h"
 #include "io/outputs.h"
 #include "io/readers.h"
 #include "io/text_input.h"
@@ -39,15 +36,13 @@ std::string memoryText(const std::function<bool(std::FILE*)>& write) {
     return text;
 }
 
-std::string cbfText(const ConicProblem& problem) {
-    return memoryText([&](std::FILE* out) { return writeCbf(problem, out); });
-}
+using Reader = ConicProblem (*)(std::string_view text, const std::string& name);
+Reader readerOf(FileFormat format) { return format == FileFormat::Cbf ? readCbf : format == FileFormat::Sdpa ? readSdpa : readMps; }
 
-// The cases of tests/golden/io_reader_cases.txt: blocks headed ">>> FORMAT NAME", with
-// "crlf" after the name for a file whose lines end in CR LF.
+// A case of tests/golden/io_reader_cases.txt, whose head tells their form.
 struct ReaderCase {
     std::string header, name, text;
-    FileFormat format;
+    Reader read;
 };
 
 std::vector<ReaderCase> readerCases() {
@@ -55,10 +50,8 @@ std::vector<ReaderCase> readerCases() {
     std::vector<ReaderCase> cases;
     for (std::string line; std::getline(file, line);) {
         if (line.rfind(">>> ", 0) == 0) {
-            std::istringstream words(line.substr(4));
-            std::string format, name;
-            words >> format >> name;
-            cases.push_back({line.substr(4), name, "", formatOfWord(format)});
+            const std::string header = line.substr(4), name = header.substr(header.find(' ') + 1);
+            cases.push_back({header, name.substr(0, name.find(' ')), "", readerOf(formatOfWord(header.substr(0, header.find(' '))))});
         } else if (!cases.empty()) {
             cases.back().text += line + (cases.back().header.ends_with(" crlf") ? "\r\n" : "\n");
         }
@@ -66,24 +59,11 @@ std::vector<ReaderCase> readerCases() {
     return cases;
 }
 
-ConicProblem readCase(const ReaderCase& entry) {
-    if (entry.format == FileFormat::Cbf) return readCbf(entry.text, entry.name);
-    return entry.format == FileFormat::Sdpa ? readSdpa(entry.text, entry.name) : readMps(entry.text, entry.name);
-}
-
-// The cases that read, then the examples: the samples of the round trip and the fuzz.
-std::vector<ReaderCase> validSamples() {
-    std::vector<ReaderCase> samples;
-    for (const ReaderCase& entry : readerCases()) {
-        try {
-            readCase(entry);
-            samples.push_back(entry);
-        } catch (const ReadError&) {
-        }
-    }
-    for (const std::filesystem::path& path : std::set<std::filesystem::path>(std::filesystem::directory_iterator(KORVEX_EXAMPLES_DIR), {})) {
-        const FileFormat format = formatOfName(path);
-        if (format != FileFormat::Unknown) samples.push_back({path, path, loadFileBytes(path), format});
+// The reader cases, then the examples: the samples of the round trip and the fuzz.
+std::vector<ReaderCase> samples() {
+    std::vector<ReaderCase> samples = readerCases();
+    for (const auto& path : std::set<std::filesystem::path>(std::filesystem::directory_iterator(KORVEX_EXAMPLES_DIR), {})) {
+        if (formatOfName(path) != FileFormat::Unknown) samples.push_back({path, path, loadFileBytes(path), readerOf(formatOfName(path))});
     }
     return samples;
 }
@@ -124,7 +104,7 @@ TEST(Readers, EveryCaseGivesItsProblemOrItsMessage) {
         transcript += ">>> " + entry.header + "\n";
         CapturedOutput warnings(stderr);
         try {
-            const ConicProblem p = readCase(entry);
+            const ConicProblem p = entry.read(entry.text, entry.name);
             transcript += p.format + ", " + coneLine(p) + "scalar variables " + std::to_string(p.scalar_variables) +
                           ", names " + list(p.variable_names) + ", matrix sides " + list(p.matrix_sides) + " at " +
                           list(p.matrix_offsets) + "\n";
@@ -139,14 +119,13 @@ TEST(Readers, EveryCaseGivesItsProblemOrItsMessage) {
 
 // A read must give compressed columns with rows in range and ascending and a cone that
 // covers exactly the m rows; a refusal must be a ReadError that names the file and a line.
-void readOrRefuse(ReaderCase sample, const std::string& text) {
+void readOrRefuse(Reader read, const std::string& text) {
     static const std::regex kMessage("^fuzz(:[0-9]+)?: .+");
-    sample.name = "fuzz";
-    sample.text = text;
     try {
-        const ConicProblem p = readCase(sample);
-        ASSERT_TRUE(p.column_starts.size() == static_cast<std::size_t>(p.n) + 1 && p.column_starts[0] == 0);
-        ASSERT_EQ(static_cast<std::size_t>(p.column_starts[p.n]), p.values.size());
+        const ConicProblem p = read(text, "fuzz");
+        ASSERT_TRUE(p.b.size() == static_cast<std::size_t>(p.m) && p.c.size() == static_cast<std::size_t>(p.n));
+        ASSERT_TRUE(p.column_starts.size() == p.c.size() + 1 && p.column_starts[0] == 0);
+        ASSERT_EQ(p.column_starts[p.n], static_cast<int>(p.values.size()));
         for (int j = 0; j < p.n; ++j) {
             ASSERT_LE(p.column_starts[j], p.column_starts[j + 1]);
             for (int e = p.column_starts[j]; e < p.column_starts[j + 1]; ++e) {
@@ -154,7 +133,6 @@ void readOrRefuse(ReaderCase sample, const std::string& text) {
                 ASSERT_TRUE(e == p.column_starts[j] || p.row_indices[e - 1] < p.row_indices[e]);
             }
         }
-        ASSERT_TRUE(p.b.size() == static_cast<std::size_t>(p.m) && p.c.size() == static_cast<std::size_t>(p.n));
         Settings settings{};
         ProblemRecords records(p, &settings);
         EXPECT_EQ(coneTotalSize(&records.cone), p.m);
@@ -169,30 +147,12 @@ TEST(Readers, EverySampleComesBackFromCbfAndEveryMutationIsReadOrRefused) {
     const std::string alphabet = "0123456789-+.eE \t\n\r#*\"{},ACDEFGLNOPQRSUVX@:=\x01\xff";
     std::mt19937 random(20261122);
     CapturedOutput quiet(stderr);
-    for (const ReaderCase& sample : validSamples()) {
-        SCOPED_TRACE(sample.name);
-        // Scalar rows come back bit for bit; the off-diagonal rows of a matrix constraint
-        // pass through a division and a product by sqrt 2.
-        const ConicProblem original = readCase(sample);
-        const std::string written = cbfText(original);
-        const ConicProblem again = readCbf(written, "again.cbf");
-        ASSERT_EQ(coneLine(original), coneLine(again));
-        const double tolerance = original.sd_sizes.empty() ? 0.0 : 1e-15;
-        const auto want = denseRows(original), got = denseRows(again);
-        for (std::size_t i = 0; i < want.size(); ++i) {
-            for (std::size_t j = 0; j < want[i].size(); ++j) EXPECT_NEAR(want[i][j], got[i][j], tolerance * (1 + std::fabs(want[i][j])));
-        }
-        // Without semidefinite rows a second round gives the same text, but for the
-        // comment that names the source.
-        const std::string twice = cbfText(again);
-        if (original.sd_sizes.empty()) {
-            EXPECT_EQ(written.substr(written.find('\n')), twice.substr(twice.find('\n')));
-        }
-
-        for (std::size_t length = 0; length < sample.text.size(); ++length) readOrRefuse(sample, sample.text.substr(0, length));
-        for (int trial = 0; trial < 1000; ++trial) {
+    for (const ReaderCase& sample : samples()) {
+        SCOPED_TRACE(sample.header);
+        for (std::size_t length = 0; length < sample.text.size(); ++length) readOrRefuse(sample.read, sample.text.substr(0, length));
+        for (int trial = 0; trial < 500; ++trial) {
             std::string text = sample.text;
-            for (int edits = 1 + static_cast<int>(random() % 3); edits > 0; --edits) {
+            for (int edits = 1 + static_cast<int>(random() % 3); edits > 0 && !text.empty(); --edits) {
                 const std::size_t at = random() % text.size();
                 const char byte = alphabet[random() % alphabet.size()];
                 switch (random() % 3) {
@@ -201,19 +161,30 @@ TEST(Readers, EverySampleComesBackFromCbfAndEveryMutationIsReadOrRefused) {
                     default: text.erase(at, 1); break;
                 }
             }
-            readOrRefuse(sample, text);
+            readOrRefuse(sample.read, text);
         }
-    }
-}
-
-TEST(Options, DirectionNamesGiveTheirCodesAndBack) {
-    for (const char* direction : {"restarted_broyden", "restarted_broyden_v2", "fixed_point_residual", "full_broyden"}) {
-        Settings settings;
-        setDefaultSettings(&settings);
-        std::string error;
-        ASSERT_EQ(applySetting(&settings, "dir", direction, &error), 1) << error;
-        EXPECT_EQ(settings.dir, directionCode(direction));
-        EXPECT_EQ(settingText(settings, "dir"), direction);
+        // Scalar rows come back bit for bit; the off-diagonal rows of a matrix constraint
+        // pass through a division and a product by sqrt 2. Without semidefinite rows a
+        // second round gives the same text, but for the comment that names the source.
+        const auto cbfText = [](const ConicProblem& p) { return memoryText([&](std::FILE* out) { return writeCbf(p, out); }); };
+        ConicProblem original;
+        try {
+            original = sample.read(sample.text, sample.name);
+        } catch (const ReadError&) {
+            continue;
+        }
+        const std::string written = cbfText(original);
+        const ConicProblem again = readCbf(written, "again.cbf");
+        ASSERT_EQ(coneLine(original), coneLine(again));
+        const double tolerance = original.sd_sizes.empty() ? 0.0 : 1e-15;
+        const auto want = denseRows(original), got = denseRows(again);
+        for (std::size_t i = 0; i < want.size(); ++i) {
+            for (std::size_t j = 0; j < want[i].size(); ++j) EXPECT_NEAR(want[i][j], got[i][j], tolerance * (1 + std::fabs(want[i][j])));
+        }
+        const std::string twice = cbfText(again);
+        if (original.sd_sizes.empty()) {
+            EXPECT_EQ(written.substr(written.find('\n')), twice.substr(twice.find('\n')));
+        }
     }
 }
 
@@ -248,14 +219,10 @@ TEST(Outputs, SolutionJsonHistoryCsvAndConvergencePlots) {
     double x[] = {4, 1, std::sqrt(2.0) * 0.5, 2}, y[] = {1, 0, 0, 0}, s[] = {0, 1, std::nan(""), 2};
     Solution solution{x, y, s};
     Info info{};
-    info.iter = 42;
     setStatusText(&info, "Solved");
-    info.statusVal = 1;
-    info.pobj = info.dobj = -4;
+    std::tie(info.iter, info.statusVal, info.pobj, info.dobj, info.setupTime, info.solveTime) = std::tuple(42, 1, -4.0, -4.0, 1.5, 3.0);
     info.resInfeas = std::nan("");
     info.resUnbdd = std::numeric_limits<double>::infinity();
-    info.setupTime = 1.5;
-    info.solveTime = 3;
     std::string text = memoryText([&](std::FILE* out) { return writeSolutionJson(out, p, solution, info, RunTimes{0.25}); });
 
     Info history{};

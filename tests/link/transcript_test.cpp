@@ -1,9 +1,7 @@
-// The link as a host sees it, as transcripts: scenarios of host actions, one a line, in
-// tests/golden/link_*_steps.txt, and for each action every callback the library made, in
-// order, what it printed and what it answered, kept whole beside them. link_order.txt:
-// the callbacks of a solve, of a second solve under the same id and of refusals.
-// link_store.txt: the manager, accessors, id list and deletion, the argument counts and
-// ids refused, stored failures, malformed arrays and failing host calls.
+// Scenarios of host actions (tests/golden/link_*_steps.txt) and, for each action, every
+// callback the library made, in order, what it printed and answered, kept whole beside
+// them: the callback order of solves and refusals (link_order.txt); the store's manager,
+// accessors, id list, deletion and refusals, stored failures, failing host calls (link_store.txt).
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -60,29 +58,25 @@ protected:
         words >> verb >> id;
         ConsoleTap console;
         CapturedOutput errors(stderr);
-        const auto code = [](int value) { return "  = " + std::to_string(value) + "\n"; };
         if (verb == "create") {
             answer = standin::createInstanceWithId(kManager, id) ? "" : "  no such manager\n";
-        } else if (verb == "destroy") {
-            answer = code(standin::destroyInstance(kManager, id));
         } else if (verb == "manage" && words >> number) {
             link.manage(host, number, id);
         } else if (verb == "initialize" || verb == "uninitialize") {
-            answer = verb == "initialize" ? code(link.initialize(host)) : (link.uninitialize(host), "");
+            answer = verb == "initialize" ? "  = " + std::to_string(link.initialize(host)) + "\n" : (link.uninitialize(host), "");
         } else if (verb == "fail" && words >> verb) {
             const char* calls[] = {"tensorNew", "tensorClone", "sparseClone"};
             standin::failCallAt(static_cast<standin::HostCall>(std::find(calls, calls + 3, verb) - calls), id);
         } else if (verb == "ids") {
             HostTensor list = nullptr;
             answer = "  = " + std::to_string(link.idList(host, 0, nullptr, &list));
-            answer += list != nullptr ? "" : ", unwritten";
             std::vector<std::int32_t> ids = list != nullptr ? standin::integerValues(list) : std::vector<std::int32_t>{};
             std::sort(ids.begin(), ids.end());
             for (std::int32_t value : ids) answer += " " + std::to_string(value);
-            answer += "\n";
+            answer += list != nullptr ? "\n" : ", unwritten\n";
             standin::freeTensor(list);
         } else if (verb == "delete" && words >> number) {
-            answer = code(deleteInstance(id, number));
+            answer = "  = " + std::to_string(deleteInstance(id, number)) + "\n";
         } else if (verb == "solve") {
             answer = solveStep(id, words);
         } else if (verb == "read" && words >> number) {
@@ -141,27 +135,23 @@ protected:
     // the real figures as 0, nan, inf or finite).
     std::string readField(std::int32_t id, int count, const FieldAccessor& accessor) {
         HostArgument arguments[] = {&id, &id};
-        union {
-            HostTensor tensor;
-            std::int32_t integer;
-            double real;
-            const char* text;
-            unsigned char bytes[8];
-        } result;
-        std::memset(&result, 0xA5, sizeof result);
-        const int code = (link.*accessor.function)(host, count, arguments, &result);
+        alignas(8) unsigned char result[8];
+        std::memset(result, 0xA5, sizeof result);
+        const int code = (link.*accessor.function)(host, count, arguments, result);
+        const auto as = [&](auto value) { return std::memcpy(&value, result, sizeof value), value; };
         const std::string name = std::string(accessor.name).substr(std::strlen("KorvexSolutionMap_ret_"));
         const std::string text = recordedCalls() + "  " + name + " = " + std::to_string(code) + ", ";
-        if (std::all_of(result.bytes, result.bytes + 8, [](unsigned char byte) { return byte == 0xA5; })) return text + "unwritten\n";
+        if (std::all_of(result, result + 8, [](unsigned char byte) { return byte == 0xA5; })) return text + "unwritten\n";
         if (name == "x" || name == "y" || name == "s") {
-            if (result.tensor == nullptr) return text + "null\n";
-            const std::vector<double> values = standin::realValues(result.tensor);
-            standin::freeTensor(result.tensor);
+            const HostTensor tensor = as(HostTensor{});
+            const std::vector<double> values = tensor != nullptr ? standin::realValues(tensor) : std::vector<double>{};
+            standin::freeTensor(tensor);
+            if (tensor == nullptr) return text + "null\n";
             return text + std::to_string(values.size()) + " reals" + (allNaN(values.data(), values.size()) ? ", all NaN\n" : "\n");
         }
-        if (name == "iter" || name == "statusVal") return text + std::to_string(result.integer) + "\n";
-        if (name == "status") return text + "\"" + result.text + "\"\n";
-        const double v = result.real;
+        if (name == "iter" || name == "statusVal") return text + std::to_string(as(std::int32_t{})) + "\n";
+        if (name == "status") return text + "\"" + as(static_cast<const char*>(nullptr)) + "\"\n";
+        const double v = as(0.0);
         return text + (v == 0 ? "0" : std::isnan(v) ? "nan" : std::isinf(v) ? "inf" : "finite") + "\n";
     }
 
