@@ -4,6 +4,8 @@
 #include <map>
 #include <set>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 // The host's objects. A tensor keeps the entries of its own type only.
 struct HostTensorRecord {
@@ -35,6 +37,35 @@ std::int32_t next_id = 1;
 // Countdown to an injected failure per kind of call; 0 when disarmed.
 long countdown[3] = {0, 0, 0};
 
+// The recording: its lines, and the names of the handles it has seen.
+bool recording = false;
+std::vector<std::string> recorded;
+std::map<const void*, std::string> names;
+int named_tensors = 0;
+int named_sparse = 0;
+
+// Adds the line that line() makes, when a recording runs.
+template <class Line>
+void record(Line line) {
+    if (recording) recorded.push_back(line());
+}
+
+// The name of a handle in the recording; one it has not seen gets the next number.
+std::string nameOf(const void* handle, bool sparse = false) {
+    if (handle == nullptr) return "null";
+    auto [entry, fresh] = names.try_emplace(handle);
+    if (fresh) entry->second = sparse ? "a" + std::to_string(++named_sparse) : "t" + std::to_string(++named_tensors);
+    return entry->second;
+}
+
+std::string sparseName(HostSparse sparse) { return nameOf(sparse, true); }
+
+// A call that answers with a code and, on success, a new handle: the handle, or the code.
+template <class Handle>
+std::string answer(int code, const Handle* made) {
+    return code == 0 ? " -> " + nameOf(*made, std::is_same_v<Handle, HostSparse>) : " = " + std::to_string(code);
+}
+
 // Whether this call of the kind is the one armed to fail.
 bool injectFailure(HostCall call) {
     long& left = countdown[static_cast<int>(call)];
@@ -53,7 +84,14 @@ HostTensor makeTensor(std::int32_t type) {
 
 // ---- The callbacks ----------------------------------------------------------------------
 
-int tensorNew(std::int32_t type, std::int32_t rank, const std::int32_t* dims, HostTensor* tensor) {
+void dropTensor(HostTensor tensor) {
+    if (tensor == nullptr) return;
+    names.erase(tensor);
+    --live_tensors;
+    delete tensor;
+}
+
+int newTensor(std::int32_t type, std::int32_t rank, const std::int32_t* dims, HostTensor* tensor) {
     if (injectFailure(HostCall::TensorNew)) return kInjectedFailure;
     if ((type != KORVEX_HOST_INTEGER && type != KORVEX_HOST_REAL) || rank != 1 || dims == nullptr || dims[0] < 0) {
         return kBadRequest;
@@ -68,13 +106,22 @@ int tensorNew(std::int32_t type, std::int32_t rank, const std::int32_t* dims, Ho
     return 0;
 }
 
-void tensorFree(HostTensor tensor) {
-    if (tensor == nullptr) return;
-    --live_tensors;
-    delete tensor;
+int tensorNew(std::int32_t type, std::int32_t rank, const std::int32_t* dims, HostTensor* tensor) {
+    const int code = newTensor(type, rank, dims, tensor);
+    record([&] {
+        const std::string kind = type == KORVEX_HOST_REAL ? "real" : type == KORVEX_HOST_INTEGER ? "integer" : std::to_string(type);
+        const std::string size = dims == nullptr ? "null" : "[" + std::to_string(dims[0]) + "]";
+        return "tensorNew(" + kind + ", " + std::to_string(rank) + ", " + size + ")" + answer(code, tensor);
+    });
+    return code;
 }
 
-int tensorClone(HostTensor source, HostTensor* copy) {
+void tensorFree(HostTensor tensor) {
+    record([&] { return "tensorFree(" + nameOf(tensor) + ")"; });
+    dropTensor(tensor);
+}
+
+int cloneTensor(HostTensor source, HostTensor* copy) {
     if (injectFailure(HostCall::TensorClone)) return kInjectedFailure;
     if (source == nullptr) return kBadRequest;
     HostTensor made = makeTensor(source->type);
@@ -83,17 +130,27 @@ int tensorClone(HostTensor source, HostTensor* copy) {
     return 0;
 }
 
+int tensorClone(HostTensor source, HostTensor* copy) {
+    const int code = cloneTensor(source, copy);
+    record([&] { return "tensorClone(" + nameOf(source) + ")" + answer(code, copy); });
+    return code;
+}
+
 std::int32_t tensorFlattenedLength(HostTensor tensor) {
-    return tensor == nullptr ? -1 : static_cast<std::int32_t>(lengthOf(tensor));
+    const std::int32_t length = tensor == nullptr ? -1 : static_cast<std::int32_t>(lengthOf(tensor));
+    record([&] { return "tensorFlattenedLength(" + nameOf(tensor) + ") = " + std::to_string(length); });
+    return length;
 }
 
 // An empty tensor has no data (null), so that a reader who ignores the length shows.
 std::int32_t* tensorIntegerData(HostTensor tensor) {
+    record([&] { return "tensorIntegerData(" + nameOf(tensor) + ")"; });
     if (tensor == nullptr || tensor->type != KORVEX_HOST_INTEGER || tensor->integers.empty()) return nullptr;
     return tensor->integers.data();
 }
 
 double* tensorRealData(HostTensor tensor) {
+    record([&] { return "tensorRealData(" + nameOf(tensor) + ")"; });
     if (tensor == nullptr || tensor->type != KORVEX_HOST_REAL || tensor->reals.empty()) return nullptr;
     return tensor->reals.data();
 }
@@ -103,7 +160,7 @@ HostSparse makeSparse(std::int32_t rows, HostTensor values, HostTensor pointers,
     return new HostSparseRecord{rows, values, pointers, indices};
 }
 
-int sparseClone(HostSparse source, HostSparse* copy) {
+int cloneSparse(HostSparse source, HostSparse* copy) {
     if (injectFailure(HostCall::SparseClone)) return kInjectedFailure;
     if (source == nullptr) return kBadRequest;
     HostTensor parts[3] = {};
@@ -116,29 +173,59 @@ int sparseClone(HostSparse source, HostSparse* copy) {
     return 0;
 }
 
-void sparseFree(HostSparse sparse) {
+int sparseClone(HostSparse source, HostSparse* copy) {
+    const int code = cloneSparse(source, copy);
+    record([&] { return "sparseClone(" + sparseName(source) + ")" + answer(code, copy); });
+    return code;
+}
+
+void dropSparse(HostSparse sparse) {
     if (sparse == nullptr) return;
-    tensorFree(sparse->values);
-    tensorFree(sparse->pointers);
-    tensorFree(sparse->indices);
+    dropTensor(sparse->values);
+    dropTensor(sparse->pointers);
+    dropTensor(sparse->indices);
+    names.erase(sparse);
     --live_sparse;
     delete sparse;
 }
 
-HostTensor* sparseValues(HostSparse sparse) { return &sparse->values; }
-HostTensor* sparsePointers(HostSparse sparse) { return &sparse->pointers; }
-HostTensor* sparseIndices(HostSparse sparse) { return &sparse->indices; }
-
-int registerInstanceManager(const char* name, InstanceManager manager) {
-    if (name == nullptr || manager == nullptr || managers.count(name) != 0) return kBadRequest;
-    managers[name] = manager;
-    return 0;
+void sparseFree(HostSparse sparse) {
+    record([&] { return "sparseFree(" + sparseName(sparse) + ")"; });
+    dropSparse(sparse);
 }
 
-int releaseInstance(const char* name, std::int32_t id) { return destroyInstance(name, id); }
+// One of the three tensors of a sparse array, named after the array in a recording.
+HostTensor* sparsePart(const char* call, HostSparse sparse, HostTensor* part, const char* suffix) {
+    record([&] {
+        const std::string array = sparseName(sparse);
+        names.try_emplace(*part, array + suffix);
+        return std::string(call) + "(" + array + ") -> " + nameOf(*part);
+    });
+    return part;
+}
+
+HostTensor* sparseValues(HostSparse sparse) { return sparsePart("sparseValues", sparse, &sparse->values, ".values"); }
+HostTensor* sparsePointers(HostSparse sparse) {
+    return sparsePart("sparsePointers", sparse, &sparse->pointers, ".pointers");
+}
+HostTensor* sparseIndices(HostSparse sparse) { return sparsePart("sparseIndices", sparse, &sparse->indices, ".indices"); }
+
+int registerInstanceManager(const char* name, InstanceManager manager) {
+    const int code = name == nullptr || manager == nullptr || managers.count(name) != 0 ? kBadRequest : 0;
+    if (code == 0) managers[name] = manager;
+    record([&] { return "registerInstanceManager(" + std::string(name ? name : "null") + ") = " + std::to_string(code); });
+    return code;
+}
+
+int releaseInstance(const char* name, std::int32_t id) {
+    record([&] { return "releaseInstance(" + std::string(name ? name : "null") + ", " + std::to_string(id) + ")"; });
+    return destroyInstance(name, id);
+}
 
 int unregisterInstanceManager(const char* name) {
-    return name != nullptr && managers.erase(name) == 1 ? 0 : kBadRequest;
+    const int code = name != nullptr && managers.erase(name) == 1 ? 0 : kBadRequest;
+    record([&] { return "unregisterInstanceManager(" + std::string(name ? name : "null") + ") = " + std::to_string(code); });
+    return code;
 }
 
 SparseFunctions sparse_functions = {
@@ -184,7 +271,7 @@ std::vector<double> realValues(HostTensor tensor) { return tensor->reals; }
 
 std::vector<std::int32_t> integerValues(HostTensor tensor) { return tensor->integers; }
 
-void freeTensor(HostTensor tensor) { tensorFree(tensor); }
+void freeTensor(HostTensor tensor) { dropTensor(tensor); }
 
 long liveTensorCount() { return live_tensors; }
 
@@ -209,7 +296,7 @@ HostSparse sparseFromDense(const std::vector<std::vector<double>>& rows) {
     return newSparse(static_cast<std::int32_t>(m), starts, indices, values);
 }
 
-void freeSparse(HostSparse sparse) { sparseFree(sparse); }
+void freeSparse(HostSparse sparse) { dropSparse(sparse); }
 
 long liveSparseCount() { return live_sparse; }
 
@@ -225,6 +312,7 @@ bool createInstanceWithId(const char* name, std::int32_t id) {
     const auto manager = managers.find(name);
     if (manager == managers.end()) return false;
     instances[name].insert(id);
+    record([&] { return "manager(0, " + std::to_string(id) + ")"; });
     manager->second(&functions, 0, id);
     return true;
 }
@@ -232,6 +320,7 @@ bool createInstanceWithId(const char* name, std::int32_t id) {
 int destroyInstance(const char* name, std::int32_t id) {
     const auto manager = managers.find(name);
     if (manager == managers.end() || instances[name].erase(id) == 0) return kBadRequest;
+    record([&] { return "manager(1, " + std::to_string(id) + ")"; });
     manager->second(&functions, 1, id);
     return 0;
 }
@@ -246,5 +335,22 @@ bool managerRegistered(const char* name) { return managers.count(name) != 0; }
 void failCallAt(HostCall call, long k) { countdown[static_cast<int>(call)] = k; }
 
 void clearFailures() { std::fill(std::begin(countdown), std::end(countdown), 0L); }
+
+}  // namespace standin
+
+namespace standin {
+
+void startRecording() {
+    recording = true;
+    recorded.clear();
+    names.clear();
+    named_tensors = named_sparse = 0;
+}
+
+void stopRecording() { recording = false; }
+
+void nameHandle(const void* handle, const std::string& name) { names[handle] = name; }
+
+std::vector<std::string> takeRecordedCalls() { return std::exchange(recorded, {}); }
 
 }  // namespace standin

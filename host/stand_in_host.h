@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "link/host_interface.h"
@@ -82,5 +83,21 @@ void failCallAt(HostCall call, long k);
 
 // Clears every armed failure.
 void clearFailures();
+
+// ---- Recording --------------------------------------------------------------------------
+
+// While a recording runs, every callback the library makes and every call of a manager by
+// the host adds one line, in the order of the calls: "tensorClone(b) -> t1",
+// "tensorFlattenedLength(c) = 2", "tensorNew(real, 1, [4]) = 17", "manager(1, 7)".
+// Handles appear by the names given with nameHandle; the others are named as they first
+// appear, t1, t2, ... for tensors and a1, a2, ... for sparse arrays, and the tensors of a
+// sparse array NAME as NAME.values, NAME.pointers and NAME.indices. A freed handle loses
+// its name. Starting clears the lines and the names.
+void startRecording();
+void stopRecording();
+void nameHandle(const void* handle, const std::string& name);
+
+// The lines recorded since the start or the last call; the recording goes on.
+std::vector<std::string> takeRecordedCalls();
 
 }  // namespace standin

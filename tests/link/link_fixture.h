@@ -1,13 +1,10 @@
 // The road a host takes: the built library opened with dlopen, the stand-in host's
-// callback table, instances created by the host. Every test ends with nothing of the host
-// left behind.
+// callback table, instances created by the host; nothing of the host is left behind.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <string>
-#include <vector>
+#include <tuple>
 
 #include "host/link_loader.h"
 #include "host/solve_arguments.h"
@@ -17,41 +14,61 @@
 
 inline constexpr const char* kManager = "korvex_solution_instance_manager";
 
-// The library's defaults (the Marlet iteration), quiet, with the end-to-end suites' limits.
-Settings linkTestSettings();
+// The library's defaults (the Marlet iteration), quiet, with the end-to-end suites' eps
+// and a generous limit.
+inline Settings linkTestSettings() {
+    Settings settings;
+    setDefaultSettings(&settings);
+    std::tie(settings.verbose, settings.eps, settings.max_iters) = std::tuple(0, 1e-6, 50000);
+    return settings;
+}
 
-// A problem of the known set in the stand-in host's terms.
-standin::ConeProgram coneProgram(const Problem& problem);
+inline standin::ConeProgram coneProgram(const Problem& p) {
+    return {p.rows, p.b, p.c, p.free_vars, p.linear_vars, p.soc, p.sd, p.exp_triples, p.dual_exp_triples, p.power};
+}
 
 class LinkTest : public testing::Test {
 protected:
-    void SetUp() override;     // opens the library once per process, registers the manager
-    void TearDown() override;  // destroys what is left; expects the store, tensors and manager gone
-
-    std::int32_t createInstance();
-    // One KorvexLinkSolve call; the status it wrote through result.
-    std::int32_t solve(standin::SolveArguments& arguments);
-    std::int32_t solve(std::int32_t id, const standin::HostProblem& problem, const Settings& settings,
-                       const std::string& direction = "restarted_broyden");
-
-    // A field accessor called with the one argument id: its code, the value in *value.
-    template <class T>
-    int read(KorvexLinkFunction KorvexLink::*accessor, std::int32_t id, T* value) {
-        std::int32_t key = id;
-        HostArgument arguments[] = {&key};
-        return (link.*accessor)(host, 1, arguments, value);
+    void SetUp() override {  // the library is opened once per process
+        std::string error;
+        ASSERT_TRUE(link.handle != nullptr || openKorvexLink(KORVEX_LINK_PATH, &link, &error)) << error;
+        ASSERT_EQ(link.getVersion(), 5);
+        ASSERT_EQ(link.initialize(host), 0);
+    }
+    void TearDown() override {
+        standin::clearFailures();
+        for (std::int32_t id : standin::liveInstances(kManager)) standin::destroyInstance(kManager, id);
+        link.uninitialize(host);
+        EXPECT_FALSE(standin::managerRegistered(kManager));
+        EXPECT_EQ(standin::liveTensorCount(), 0);  // those of sparse arrays too
+    }
+    std::int32_t createInstance() { return standin::createInstance(kManager).value_or(-1); }
+    // KorvexLinkSolve with the options of settings; the status it wrote through result.
+    std::int32_t solve(std::int32_t id, const standin::HostProblem& problem, const Settings& settings) {
+        standin::SolveArguments arguments(id, problem, settings, "restarted_broyden");
+        std::int32_t status = 12345;
+        EXPECT_EQ(link.solve(host, standin::SolveArguments::kCount, arguments.slots(), &status), 0);
+        return status;
     }
     template <class T>
     T field(KorvexLinkFunction KorvexLink::*accessor, std::int32_t id) {
         T value{};
-        EXPECT_EQ(read(accessor, id, &value), 0);
+        HostArgument arguments[] = {&id};
+        EXPECT_EQ((link.*accessor)(host, 1, arguments, &value), 0);
         return value;
     }
-    // The entries of a vector accessor's clone (freed here); *present false for null.
-    std::vector<double> vector(KorvexLinkFunction KorvexLink::*accessor, std::int32_t id, bool* present = nullptr);
-    std::vector<std::int32_t> idList();  // sorted
-    int deleteInstance(std::int32_t id);
+    // The entries of a vector accessor's clone, freed here; empty for null.
+    std::vector<double> vector(KorvexLinkFunction KorvexLink::*accessor, std::int32_t id) {
+        const HostTensor tensor = field<HostTensor>(accessor, id);
+        const std::vector<double> values = tensor != nullptr ? standin::realValues(tensor) : std::vector<double>{};
+        standin::freeTensor(tensor);
+        return values;
+    }
+    int deleteInstance(std::int32_t id, int count = 1) {
+        HostArgument arguments[] = {&id, &id};
+        return link.remove(host, count, arguments, nullptr);
+    }
 
-    static KorvexLink link;
+    inline static KorvexLink link;
     HostData host = standin::callbackTable();
 };
