@@ -67,10 +67,17 @@ std::string loadCompressed(const std::string& path) {
     return bytes;
 }
 
+// Compressed by its content, whatever the name says: gzip's two magic bytes open the file.
+bool startsLikeGzip(const std::string& path) {
+    unsigned char magic[2] = {0, 0};
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), std::fclose);
+    return file && std::fread(magic, 1, 2, file.get()) == 2 && magic[0] == 0x1f && magic[1] == 0x8b;
+}
+
 }  // namespace
 
 std::string loadFileBytes(const std::string& path) {
-    return endsWith(path, ".gz") ? loadCompressed(path) : loadPlain(path);
+    return endsWith(path, ".gz") || startsLikeGzip(path) ? loadCompressed(path) : loadPlain(path);
 }
 
 bool LineCursor::advance() {

@@ -39,10 +39,10 @@ const char kUsage[] =
     "usage: korvex [options] FILE\n"
     "\n"
     "Solves the cone program in FILE: CBF (.cbf), SDPA sparse (.dat-s) or MPS (.mps), each\n"
-    "optionally gzipped (.gz). Prints the solver's report and a summary line.\n"
+    "optionally gzipped (told by content). Prints the solver's report and a summary line.\n"
     "\n"
     "Options of the command:\n"
-    "  --help                  this text\n"
+    "  -h, --help              this text\n"
     "  --version               the solver's version\n"
     "  --format cbf|sdpa|mps   read FILE in this format whatever its name\n"
     "  --solution PATH         write the solution as JSON\n"
@@ -71,6 +71,15 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
     setDefaultSettings(&line->settings);
     for (int k = 1; k < argc; ++k) {
         std::string_view arg = argv[k];
+        if (arg == "-h") {
+            line->help = true;
+            continue;
+        }
+        // A single dash and a letter is a short option, and -h the only one; "-" alone is
+        // left to the reader as a file name.
+        if (arg.size() >= 2 && arg[0] == '-' && arg[1] != '-') {
+            return "unknown option " + std::string(arg) + " (-h or --help lists them)";
+        }
         if (arg.size() < 2 || arg.substr(0, 2) != "--") {
             if (!line->input.empty()) return "one problem file only (" + line->input + " and " + std::string(arg) + ")";
             line->input = arg;

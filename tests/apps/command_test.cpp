@@ -52,7 +52,8 @@ std::string run(const std::string& arguments, const std::string& scratch) {
 }
 
 TEST(Command, EveryRunGivesItsOutputAndExitCodeAndItsFiles) {
-    // portfolio.cbf under a name of no format, maxcut.dat-s gzipped, and the same cut short.
+    // portfolio.cbf under a name of no format, maxcut.dat-s gzipped (also under its plain
+    // name), and the same cut short.
     const std::string scratch = testing::TempDir() + "korvex_command_" + std::to_string(getpid());
     std::filesystem::create_directories(scratch);
     std::filesystem::copy_file(KORVEX_EXAMPLES_DIR "/portfolio.cbf", scratch + "/portfolio.txt");
@@ -62,6 +63,7 @@ TEST(Command, EveryRunGivesItsOutputAndExitCodeAndItsFiles) {
     gzwrite(out, text.data(), static_cast<unsigned>(text.size()));
     gzclose(out);
     std::ofstream(scratch + "/cut.dat-s.gz", std::ios::binary) << fileText(packed).substr(0, fileText(packed).size() / 2);
+    std::filesystem::copy_file(packed, scratch + "/packed.dat-s");
 
     std::istringstream cases(readGolden("io_command_cases.txt"));
     std::string transcript;
