@@ -84,9 +84,10 @@ bool writeSolutionJson(std::FILE* out, const ConicProblem& problem, const Soluti
     number("resInfeas", info.resInfeas);
     number("resUnbdd", info.resUnbdd);
     number("relGap", info.relGap);
-    number("setupTime", info.setupTime);
-    number("solveTime", info.solveTime);
-    number("readTime", times.read_ms);
+    // Times in seconds, as in the summary line, with the unit in the key.
+    number("readSeconds", times.read_ms / 1000);
+    number("setupSeconds", info.setupTime / 1000);
+    number("solveSeconds", info.solveTime / 1000);
     field("x");
     jsonArray(&text, solution.x, problem.scalar_variables);
     field("X");

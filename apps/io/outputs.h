@@ -15,8 +15,8 @@ struct RunTimes {
     double read_ms = 0.0;
 };
 
-// The solution as one JSON object: the status and the figures of Info (times in
-// milliseconds), the objective in the file's sense with its constant, x (the file's
+// The solution as one JSON object: the status and the figures of Info (the times as
+// readSeconds, setupSeconds and solveSeconds), the objective in the file's sense with its constant, x (the file's
 // scalar variables in file order), X (the file's matrix variables, dense, row by row),
 // and the solver's y and s. Non-finite numbers are written as null. False when writing
 // failed.

@@ -8,6 +8,9 @@
 // infeasible or unbounded, accurate or not), 1 for an indeterminate end or a failure,
 // 130 when interrupted (Ctrl+C or --time-limit), 2 for a usage error, 3 for a file that
 // cannot be read or does not follow its format.
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -55,6 +58,12 @@ const char kUsage[] =
     "  --settings-markdown     the option arguments of the host link as a Markdown table\n"
     "\n"
     "Settings of the solver, as --NAME VALUE, --NAME=VALUE, or with '-' for '_':\n";
+
+const char kExitCodes[] =
+    "\n"
+    "Exit codes: 0 a verdict (solved, infeasible or unbounded, inaccurate ones too), 1 an\n"
+    "indeterminate end or a failure, 2 a usage error, 3 a file that cannot be read or does not\n"
+    "follow its format, 130 interrupted (Ctrl+C or --time-limit).\n";
 
 struct CommandLine {
     Settings settings{};
@@ -146,19 +155,44 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
     return "";
 }
 
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using OutputFile = std::unique_ptr<std::FILE, FileCloser>;
+// An output file written whole or not at all: the text goes to a temporary file beside
+// the target, which takes the target's name only at commit(), so that a failed or
+// interrupted run never leaves a partial or empty file behind.
+class OutputFile {
+public:
+    OutputFile() = default;
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+    ~OutputFile() {
+        if (file_ == nullptr) return;
+        std::fclose(file_);
+        std::remove(temp_.c_str());
+    }
+    // Opens the temporary file for path (nothing for an empty path), or explains why not.
+    bool open(const std::string& path) {
+        if (path.empty()) return true;
+        path_ = path;
+        temp_ = path + ".korvex-" + std::to_string(getpid());
+        file_ = std::fopen(temp_.c_str(), "wb");
+        if (file_ != nullptr) return true;
+        std::fprintf(stderr, "korvex: cannot write %s: %s\n", path.c_str(), std::strerror(errno));
+        return false;
+    }
+    explicit operator bool() const { return file_ != nullptr; }
+    std::FILE* get() const { return file_; }
+    // Closes the file and gives it its name; false if either fails.
+    bool commit() {
+        const bool closed = std::fclose(file_) == 0;
+        file_ = nullptr;
+        if (closed && std::rename(temp_.c_str(), path_.c_str()) == 0) return true;
+        std::remove(temp_.c_str());
+        return false;
+    }
 
-// Opens path for writing, or explains why not.
-bool openOutput(const std::string& path, OutputFile* file) {
-    if (path.empty()) return true;
-    file->reset(std::fopen(path.c_str(), "wb"));
-    if (*file) return true;
-    std::fprintf(stderr, "korvex: cannot write %s: %s\n", path.c_str(), std::strerror(errno));
-    return false;
-}
+private:
+    std::string path_, temp_;
+    std::FILE* file_ = nullptr;
+};
 
 int exitCodeOf(int statusVal) {
     switch (statusVal) {
@@ -184,8 +218,8 @@ struct SolutionArrays {
 
 int run(const CommandLine& line) {
     OutputFile solution_file, history_file, plot_file, cbf_file;
-    if (!openOutput(line.solution_path, &solution_file) || !openOutput(line.history_path, &history_file) ||
-        !openOutput(line.plot_path, &plot_file) || !openOutput(line.cbf_path, &cbf_file)) {
+    if (!solution_file.open(line.solution_path) || !history_file.open(line.history_path) ||
+        !plot_file.open(line.plot_path) || !cbf_file.open(line.cbf_path)) {
         return kExitUsage;
     }
     setBlasThreads(line.blas_threads);
@@ -208,7 +242,7 @@ int run(const CommandLine& line) {
     RunTimes times;
     times.read_ms = readTimer(&read_timer);
 
-    if (cbf_file && !writeCbf(problem, cbf_file.get())) {
+    if (cbf_file && !(writeCbf(problem, cbf_file.get()) && cbf_file.commit())) {
         std::fprintf(stderr, "korvex: writing %s failed\n", line.cbf_path.c_str());
         return kExitFile;
     }
@@ -250,12 +284,14 @@ int run(const CommandLine& line) {
     std::fflush(stdout);
 
     bool written = true;
-    if (solution_file) written = writeSolutionJson(solution_file.get(), problem, arrays.solution, info, times) && written;
+    if (solution_file) {
+        written = writeSolutionJson(solution_file.get(), problem, arrays.solution, info, times) && solution_file.commit();
+    }
     std::vector<ProgressRow> rows = progress ? progress->rows() : std::vector<ProgressRow>{};
-    if (history_file) written = writeHistoryCsv(history_file.get(), rows) && written;
+    if (history_file) written = writeHistoryCsv(history_file.get(), rows) && history_file.commit() && written;
     if (plot_file) {
         const std::string title = problem.source + ": " + info.status + " after " + std::to_string(info.iter) + " iterations";
-        written = writeConvergenceSvg(plot_file.get(), rows, title) && written;
+        written = writeConvergenceSvg(plot_file.get(), rows, title) && plot_file.commit() && written;
     }
     if (!written) {
         std::fprintf(stderr, "korvex: writing an output file failed\n");
@@ -270,7 +306,7 @@ int main(int argc, char** argv) {
     CommandLine line;
     const std::string error = parseArguments(argc, argv, &line);
     if (line.help) {
-        std::printf("%s%s", kUsage, settingsHelp().c_str());
+        std::printf("%s%s%s", kUsage, settingsHelp().c_str(), kExitCodes);
         return kExitVerdict;
     }
     if (line.version) {

@@ -71,6 +71,12 @@ TEST(Command, EveryRunGivesItsOutputAndExitCodeAndItsFiles) {
         if (line.rfind("korvex", 0) == 0) transcript += "$ " + line + "\n" + run(line.substr(6), scratch);
     }
     expectGolden("io_command.txt", transcript);
+    // Outputs are written whole or not at all: a failed read leaves no file behind, and
+    // no temporary file stays in the folder.
+    for (const auto& entry : std::filesystem::directory_iterator(scratch)) {
+        EXPECT_EQ(entry.path().string().find("failed"), std::string::npos) << entry.path();
+        EXPECT_EQ(entry.path().string().find(".korvex-"), std::string::npos) << entry.path();
+    }
 
     // --solution: x is the file's eight variables, the distribution (0.35, 0.35, 0.15, 0.15) first.
     std::smatch match;
