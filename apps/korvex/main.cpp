@@ -38,6 +38,9 @@ constexpr int kExitUsage = 2;
 constexpr int kExitFile = 3;
 constexpr int kExitInterrupted = 130;
 
+// Bytes of one row of the progress history: three int32 and seven double columns.
+constexpr double kProgressRowBytes = 3 * 4 + 7 * 8;
+
 const char kUsage[] =
     "usage: korvex [options] FILE\n"
     "\n"
@@ -260,7 +263,14 @@ int run(const CommandLine& line) {
     if (wants_history) {
         if (settings.do_super_korvex == 1) {
             try {
-                progress.emplace(settings.max_iters > 0 ? settings.max_iters : 0, &info, &settings);
+                // The rows are filled in before the solve, so memory the machine does not
+                // have would be claimed page by page until the system ends the process:
+                // a history beyond half the physical memory is refused up front.
+                const std::int32_t rows = settings.max_iters > 0 ? settings.max_iters : 0;
+                const double bytes = static_cast<double>(rows) * kProgressRowBytes;
+                const double memory = static_cast<double>(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGE_SIZE);
+                if (bytes > 0.5 * memory) throw std::bad_alloc();
+                progress.emplace(rows, &info, &settings);
                 settings.record_progress = 1;
             } catch (const std::bad_alloc&) {
                 std::fprintf(stderr, "korvex: not enough memory for a progress history of %d iterations; none is kept\n",
@@ -273,25 +283,41 @@ int run(const CommandLine& line) {
     ProblemRecords records(problem, &settings);
     std::optional<TimeLimit> limit;
     if (line.time_limit > 0) limit.emplace(line.time_limit);
+    Timer solve_timer;
+    startTimer(&solve_timer);
     const int status = solveConeProgram(&records.data, &records.cone, &arrays.solution, &info);
+    const double elapsed_ms = readTimer(&solve_timer);
     const bool out_of_time = limit && limit->reached();
     limit.reset();
+    const std::vector<ProgressRow> rows = progress ? progress->rows() : std::vector<ProgressRow>{};
 
+    // An interrupted solve has no iteration count or solve time of its own: say how long
+    // it ran, and how many iterations the history holds when one was kept.
+    std::string reached = std::string(info.status) + " after " + std::to_string(info.iter) + " iterations";
+    if (status == KORVEX_SIGINT) {
+        char seconds[32];
+        std::snprintf(seconds, sizeof seconds, "%.3fs", elapsed_ms / 1000);
+        reached = std::string(info.status) + " after " + seconds + " of set-up and solving";
+        if (!rows.empty()) reached += ", " + std::to_string(rows.size()) + " iterations done";
+    }
     std::fflush(stdout);
-    std::printf("korvex: %s, objective %.10g (%s), %d iterations, read %.3fs, setup %.3fs, solve %.3fs%s\n", info.status,
-                fileObjective(problem, info.pobj), problem.maximise ? "max" : "min", info.iter, times.read_ms / 1000,
-                info.setupTime / 1000, info.solveTime / 1000, out_of_time ? " (time limit reached)" : "");
+    if (status == KORVEX_SIGINT) {
+        std::printf("korvex: %s, read %.3fs%s\n", reached.c_str(), times.read_ms / 1000,
+                    out_of_time ? " (time limit reached)" : "");
+    } else {
+        std::printf("korvex: %s, objective %.10g (%s), %d iterations, read %.3fs, setup %.3fs, solve %.3fs\n",
+                    info.status, fileObjective(problem, info.pobj), problem.maximise ? "max" : "min", info.iter,
+                    times.read_ms / 1000, info.setupTime / 1000, info.solveTime / 1000);
+    }
     std::fflush(stdout);
 
     bool written = true;
     if (solution_file) {
         written = writeSolutionJson(solution_file.get(), problem, arrays.solution, info, times) && solution_file.commit();
     }
-    std::vector<ProgressRow> rows = progress ? progress->rows() : std::vector<ProgressRow>{};
     if (history_file) written = writeHistoryCsv(history_file.get(), rows) && history_file.commit() && written;
     if (plot_file) {
-        const std::string title = problem.source + ": " + info.status + " after " + std::to_string(info.iter) + " iterations";
-        written = writeConvergenceSvg(plot_file.get(), rows, title) && plot_file.commit() && written;
+        written = writeConvergenceSvg(plot_file.get(), rows, problem.source + ": " + reached) && plot_file.commit() && written;
     }
     if (!written) {
         std::fprintf(stderr, "korvex: writing an output file failed\n");

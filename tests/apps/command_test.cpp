@@ -40,7 +40,7 @@ std::string run(const std::string& arguments, const std::string& scratch) {
     for (std::size_t got; pipe != nullptr && (got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0;) output.append(chunk, got);
     const int status = pipe != nullptr ? pclose(pipe) : -1;
     output = replaceAll(replaceAll(output, examples, "$EX"), scratch, "$TMP");
-    output = std::regex_replace(output, std::regex("(read|setup|solve|read in) [0-9.]+s"), "$1 Ts");
+    output = std::regex_replace(output, std::regex("(read|setup|solve|read in|after) [0-9.]+s"), "$1 Ts");
     output = std::regex_replace(output, std::regex("[0-9]+ iterations"), "N iterations");
     std::smatch objective;
     if (std::regex_search(output, objective, std::regex("objective (\\S+) \\("))) {
