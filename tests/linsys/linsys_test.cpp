@@ -271,9 +271,9 @@ TEST(ProjectionSolve, FactorsMatchLdlAndEveryStepSolvesMPlusQ) {
 
 TEST(Factorisation, RefusesAnExactZeroPivotSilentlyAndStopsAtAnInterruptOrAFailingAmd) {
     // A = ones(3, 2) has equal columns: the pivot of the x column eliminated last is a small multiple of
-    // rho_x. With 2^-60 it drowns in the rounding of the order-one terms to exactly 0; with 2^-40 it lives.
+    // rho_x. With 2^-60 it drowns in the rounding of the order-one terms to exactly 0; with 2^-46 it lives.
     TestMatrix ones(3, {{{0, 1.0}, {1, 1.0}, {2, 1.0}}, {{0, 1.0}, {1, 1.0}, {2, 1.0}}});
-    const Settings larger = testSettings(std::ldexp(1.0, -40), 0, 0), tiny = testSettings(std::ldexp(1.0, -60), 0, 0);
+    const Settings larger = testSettings(std::ldexp(1.0, -46), 0, 0), tiny = testSettings(std::ldexp(1.0, -60), 0, 0);
     EXPECT_TRUE(Factor(initPriv(ones.get(), &larger), releasePriv));
     CapturedOutput silent;
     EXPECT_FALSE(Factor(initPriv(ones.get(), &tiny), releasePriv));
