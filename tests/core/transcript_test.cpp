@@ -16,11 +16,12 @@
 namespace {
 
 // The time cell of the progress lines (width 9 and a blank), the setup and solve times,
-// and the averages of the closing report; only the averages outside a solve.
+// and the averages of the closing report (only these outside a solve); the signs of NaN.
 std::string maskTimes(const std::string& report, bool solve) {
     const std::regex cell("^( *\\d+\\|.*)[ 0-9.e+-]{9} $", std::regex::multiline);
     const std::regex times(solve ? "(Setup time: |Solve time: |avg \\w+ time: )[0-9.e:+-]+" : "(avg \\w+ time: )[0-9.e+-]+");
-    return std::regex_replace(solve ? std::regex_replace(report, cell, "$1   <time> ") : report, times, "$1<time>");
+    const std::string text = std::regex_replace(solve ? std::regex_replace(report, cell, "$1   <time> ") : report, times, "$1<time>");
+    return std::regex_replace(text, std::regex("-nan"), " nan");  // the sign of a NaN is the compiler's choice
 }
 
 void printOutcome(const SolveRun& run) {
