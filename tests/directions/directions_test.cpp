@@ -1,174 +1,140 @@
-// The direction kinds against dense references: the restarted Broyden direction is the
-// product of its stored rank-one factors applied to -R, each update meets the secant
-// equation, the cache restarts when full; the residual and full Broyden kinds.
+// Restarted Broyden bit for bit against its steps written out plainly, the weight
+// sqrt(rho_x) on what the Marlet iteration hands over, and the full Broyden kind.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <memory>
 #include <random>
 #include <vector>
 
 #include "core/solver.h"
 #include "directions/directions.h"
+#include "kernels/kernels.h"
 #include "support/problems.h"
-
-using namespace korvex;
 
 namespace {
 
-// A Work of a real set-up of the Marlet iteration (the LP: l = 7), whose vectors R, Sk
-// and Yk the tests fill.
-class DirectionTest : public ::testing::Test {
-protected:
-    void start(int dir, int memory, double thetabar) {
-        run_ = std::make_unique<SolveRun>(knownProblems()[0]);
-        run_->settings.do_super_korvex = 1;
-        run_->settings.dir = dir;
-        run_->settings.memory = memory;
-        run_->settings.thetabar = thetabar;
-        work_ = initWork(&run_->data, &run_->cone);
-        ASSERT_NE(work_, nullptr);
-        l_ = work_->l;
-    }
-    void TearDown() override { freeWork(work_); }
+using Vector = std::vector<double>;
 
-    void fillPair(std::mt19937_64& rng) {
-        std::normal_distribution<double> normal;
-        for (int k = 0; k < l_; ++k) {
-            work_->R[k] = normal(rng);
-            work_->Sk[k] = normal(rng);
-            work_->Yk[k] = work_->Sk[k] + 0.3 * normal(rng);  // a Jacobian near the identity
+// The restarted Broyden step as its definition reads: d = -R and t = Yk carried through
+// the stored pairs (t first, then d, pair by pair), the safeguard that keeps <t, Sk> away
+// from 0, the new pair u = (Sk - t) / <Sk, t> used at once, and the restart when full.
+// Inner products are the library's kernel, whose order of summation has its own tests.
+struct Reference {
+    std::vector<Vector> S{}, U{};
+    int memory = 10, negative_safeguards = 0;
+
+    int step(const double* R, const double* Sk, const double* Yk, double theta_bar, Vector& d) {
+        const int l = static_cast<int>(d.size());
+        auto dot = [l](const double* a, const double* b) { return dotProduct(a, b, l); };
+        auto add = [l](Vector& a, double c, const double* b) { for (int k = 0; k < l; ++k) a[k] = a[k] + c * b[k]; };
+        Vector t(Yk, Yk + l);
+        for (int k = 0; k < l; ++k) d[k] = -1.0 * R[k];
+        for (std::size_t i = 0; i < S.size(); ++i) {
+            add(t, dot(S[i].data(), t.data()), U[i].data());
+            add(d, dot(S[i].data(), d.data()), U[i].data());
         }
-    }
-
-    // H = (I + u_k s_k') ... (I + u_1 s_1') over the stored pairs 0 .. count-1, dense.
-    std::vector<double> denseInverse(int count) const {
-        std::vector<double> H(l_ * l_, 0.0);
-        for (int k = 0; k < l_; ++k) H[k * l_ + k] = 1.0;
-        const YSCache* cache = work_->su_cache;
-        for (int i = 0; i < count; ++i) {
-            const double* s = cache->S.get() + i * l_;
-            const double* u = cache->U.get() + i * l_;
-            // H = (I + u s') H = H + u (s' H)
-            std::vector<double> sH(l_, 0.0);
-            for (int c = 0; c < l_; ++c) {
-                for (int r = 0; r < l_; ++r) sH[c] += s[r] * H[r * l_ + c];
-            }
-            for (int r = 0; r < l_; ++r) {
-                for (int c = 0; c < l_; ++c) H[r * l_ + c] += u[r] * sH[c];
-            }
+        const double g = dot(t.data(), Sk), q = dot(Sk, Sk);
+        if (!(std::fabs(g) >= theta_bar * q)) {
+            const double sign = g >= 0 ? 1.0 : -1.0, theta = (1 - sign * theta_bar) * q / (q - g);
+            for (int k = 0; k < l; ++k) t[k] = theta * t[k] + (1 - theta) * Sk[k];
+            negative_safeguards += g < 0;
         }
-        return H;
+        const double e = dot(Sk, t.data());
+        U.emplace_back(l);
+        for (int k = 0; k < l; ++k) U.back()[k] = (Sk[k] - t[k]) / e;
+        add(d, dot(Sk, d.data()), U.back().data());
+        S.emplace_back(Sk, Sk + l);
+        if (static_cast<int>(S.size()) < memory) return 101;
+        S.clear(), U.clear();
+        return 100;
     }
-
-    std::vector<double> apply(const std::vector<double>& H, const double* v) const {
-        std::vector<double> out(l_, 0.0);
-        for (int k = 0; k < l_ * l_; ++k) out[k / l_] += H[k] * v[k % l_];
-        return out;
-    }
-    // Makes the curvature vanish: Yk orthogonal to Sk.
-    void orthogonalise() {
-        double sy = 0, ss = 0;
-        for (int k = 0; k < l_; ++k) sy += work_->Sk[k] * work_->Yk[k], ss += work_->Sk[k] * work_->Sk[k];
-        for (int k = 0; k < l_; ++k) work_->Yk[k] -= sy / ss * work_->Sk[k];
-    }
-
-    std::unique_ptr<SolveRun> run_;
-    Work* work_ = nullptr;
-    int l_ = 0;
 };
 
-TEST_F(DirectionTest, RestartedBroydenIsTheProductOfItsFactorsAndMeetsTheSecantEquation) {
-    start(KORVEX_DIR_RESTARTED_BROYDEN, 4, 0.0);
-    std::mt19937_64 rng(3);
-    for (int call = 1; call <= 9; ++call) {
-        SCOPED_TRACE(call);
-        fillPair(rng);
-        const int stored_before = work_->su_cache->mem_cursor;
-        const int result = computeDirection(work_, call);
-        // The pair used in this call sits at row stored_before, whether or not it was kept.
-        const std::vector<double> H = denseInverse(stored_before + 1);
-        const std::vector<double> HR = apply(H, work_->R.get());
-        const std::vector<double> Hy = apply(H, work_->Yk.get());
-        for (int k = 0; k < l_; ++k) {
-            EXPECT_NEAR(work_->dir[k], -HR[k], 1e-10 * (1 + std::fabs(HR[k])));
-            EXPECT_NEAR(Hy[k], work_->Sk[k], 1e-10 * (1 + std::fabs(Hy[k])));  // H y = s
+// A Marlet solve of the LP (l = 7) stopped after iteration 0, which asks for no direction,
+// with the direction options given.
+std::unique_ptr<SolveRun> directionRun(int dir, int memory = 10, double thetabar = 0.1) {
+    auto run = std::make_unique<SolveRun>(knownProblems()[0]);
+    Settings& s = run->settings;
+    s.do_super_korvex = 1, s.dir = dir, s.memory = memory, s.thetabar = thetabar, s.max_iters = 1;
+    run->iterate();
+    return run;
+}
+
+TEST(Directions, RestartedBroydenFollowsItsStepsBitForBit) {
+    std::mt19937_64 rng(11);
+    std::normal_distribution<double> normal;
+    for (int memory : {2, 3, 10}) {
+        for (double thetabar : {0.0, 0.1, 0.5, 0.9, 1.0}) {
+            SCOPED_TRACE(testing::Message() << "memory " << memory << " thetabar " << thetabar);
+            const auto run = directionRun(KORVEX_DIR_RESTARTED_BROYDEN, memory, thetabar);
+            Work* w = run->work;
+            const int l = w->l;
+            Reference reference{.memory = memory};
+            Vector d(l);
+            for (int call = 1; call <= 25; ++call) {
+                // Pairs with a Jacobian near the identity, near -0.2 I (negative curvature),
+                // with Yk nearly orthogonal to Sk, or exactly so where the cache is empty.
+                const double slope = call % 3 == 0 ? 1.0 : call % 3 == 1 ? -0.2 : 0.0;
+                for (int k = 0; k < l; ++k) w->R[k] = normal(rng), w->Sk[k] = normal(rng);
+                for (int k = 0; k < l; ++k) w->Yk[k] = slope * w->Sk[k] + 0.3 * normal(rng);
+                for (int k = 0; k < l && reference.S.empty(); ++k) (k % 2 ? w->Sk : w->Yk)[k] = 0.0;  // <Yk, Sk> = 0 exactly
+                EXPECT_EQ(computeDirection(w, call), reference.step(w->R.get(), w->Sk.get(), w->Yk.get(), thetabar, d));
+                EXPECT_EQ(w->su_cache->mem_cursor, static_cast<int>(reference.S.size()));
+                EXPECT_EQ(std::memcmp(w->dir.get(), d.data(), sizeof(double) * l), 0) << "call " << call;
+            }
+            // The safeguard acted on negative curvature wherever thetabar allows it.
+            EXPECT_EQ(reference.negative_safeguards > 0, thetabar > 0.0);
         }
-        // Memory 4: the cache fills at every fourth call and starts again.
-        EXPECT_EQ(result, call % 4 == 0 ? 100 : 101);
-        EXPECT_EQ(work_->su_cache->mem_cursor, call % 4);
     }
 }
 
-TEST_F(DirectionTest, MemoryTwoAlternatesAndThetabarZeroNeverChangesTheUpdate) {
-    start(KORVEX_DIR_RESTARTED_BROYDEN, 2, 0.0);
-    std::mt19937_64 rng(5);
-    for (int call = 1; call <= 6; ++call) {
-        fillPair(rng);
-        // No curvature: with thetabar 0 the test |g| >= 0 holds anyway, so t stays Yk
-        // carried through the stored factors.
-        if (work_->su_cache->mem_cursor == 0) orthogonalise();
-        EXPECT_EQ(computeDirection(work_, call), call % 2 == 1 ? 101 : 100);
+TEST(Directions, MarletPairsAndNormsCarryTheWeightOfTheXBlock) {
+    // Two iterations with directions and no line search: iteration 0 takes the plain step
+    // u1 = u0 - alpha R0 from the cold start (x and y blocks 0), iteration 1 hands over
+    // Sk = W (u1 - u0) and Yk = W (R1 - R0), W = sqrt(rho_x) on the x block, and gets
+    // dir = W^-1 times the direction of (W R1, Sk, Yk).
+    SolveRun run(knownProblems()[0]);
+    Settings& s = run.settings;
+    s.do_super_korvex = s.k0 = 1, s.ls = 0, s.rho_x = 0.04, s.max_iters = 2, s.eps = 1e-12;
+    run.iterate();
+    const Work& w = *run.work;
+    const int n = w.n, l = w.l;
+    const double root = 0.2;
+    Vector weighted_r1(w.R_prev.get(), w.R_prev.get() + l), d(l);  // W R1, kept as R_prev
+    Reference reference;
+    reference.step(weighted_r1.data(), w.Sk.get(), w.Yk.get(), s.thetabar, d);
+    double sum = 0.0;  // |R|_M^2 = rho_x |R_x|^2 + |R_r|^2, and <R, R>_M
+    for (int k = 0; k < l; ++k) {
+        const double weight = k < n ? root : 1.0;
+        EXPECT_TRUE(k == l - 1 || w.Sk[k] == weight * w.u_prev[k]) << k;
+        EXPECT_NEAR(w.Yk[k], weighted_r1[k] + w.Sk[k] / s.alpha, 1e-12) << k;
+        EXPECT_NEAR(w.dir[k], d[k] / weight, 1e-12 * (1 + std::fabs(d[k]))) << k;
+        sum += weight * weight * w.R[k] * w.R[k];
     }
+    EXPECT_NEAR(w.fpr_norm, std::sqrt(sum), 1e-14 * w.fpr_norm);
+    EXPECT_NEAR(weightedDot(&w, w.R.get(), w.R.get()), sum, 1e-14 * sum);
 }
 
-TEST_F(DirectionTest, SafeguardMovesTheUpdateTowardTheStep) {
-    // With g = <Yk, Sk> = 0 and thetabar > 0, theta = 1 - thetabar and
-    // t = theta Yk + (1 - theta) Sk, so u = (Sk - t) / <Sk, t>.
-    start(KORVEX_DIR_RESTARTED_BROYDEN, 3, 0.25);
-    std::mt19937_64 rng(9);
-    fillPair(rng);
-    orthogonalise();
-    computeDirection(work_, 1);
-    const double theta = 0.75;
-    std::vector<double> t(l_);
-    double st = 0;
-    for (int k = 0; k < l_; ++k) {
-        t[k] = theta * work_->Yk[k] + (1 - theta) * work_->Sk[k];
-        st += work_->Sk[k] * t[k];
-    }
-    for (int k = 0; k < l_; ++k) {
-        EXPECT_NEAR(work_->su_cache->U[k], (work_->Sk[k] - t[k]) / st, 1e-12);
-        EXPECT_EQ(work_->su_cache->S[k], work_->Sk[k]);
-    }
-}
-
-TEST_F(DirectionTest, ResidualKindNeedsNoCache) {
-    start(KORVEX_DIR_FIXED_POINT_RESIDUAL, 1, 0.1);
-    EXPECT_EQ(work_->su_cache, nullptr);
-    std::mt19937_64 rng(1);
-    fillPair(rng);
-    const std::vector<double> Sk(work_->Sk.get(), work_->Sk.get() + l_);
-    EXPECT_EQ(computeDirection(work_, 4), 0);
-    for (int k = 0; k < l_; ++k) {
-        EXPECT_EQ(work_->dir[k], -work_->R[k]);
-        EXPECT_EQ(work_->Sk[k], Sk[k]);  // untouched
-    }
-}
-
-TEST_F(DirectionTest, FullBroydenKeepsTheDirectionAndRescalesHOnce) {
-    start(KORVEX_DIR_FULL_BROYDEN, 10, 0.1);
-    for (int k = 0; k < l_; ++k) EXPECT_EQ(work_->H[k * (l_ + 1)], 1.0);
-    std::mt19937_64 rng(2);
-    fillPair(rng);
-    for (int k = 0; k < l_; ++k) work_->dir[k] = k + 0.5;
-    EXPECT_EQ(computeDirection(work_, 1), 0);
-    double ys = 0, yy = 0;
-    for (int k = 0; k < l_; ++k) ys += work_->Yk[k] * work_->Sk[k], yy += work_->Yk[k] * work_->Yk[k];
-    const double rho = ys / std::sqrt(yy);
-    for (int k = 0; k < l_; ++k) {
-        EXPECT_NEAR(work_->H[k * (l_ + 1)], rho, 1e-12 * std::fabs(rho));
-        EXPECT_EQ(work_->dir[k], k + 0.5);
-    }
+TEST(Directions, FullBroydenOnlyRescalesTheDiagonalOfHAtIterationOne) {
+    // It writes no direction; at iteration 1, and only with broyden_init_scale, the diagonal
+    // of H (and nothing else) becomes <Yk, Sk> / |Yk|.
+    const auto run = directionRun(KORVEX_DIR_FULL_BROYDEN);
+    Work* w = run->work;
+    const int l = w->l;
+    for (int k = 0; k < l; ++k) w->Sk[k] = std::cos(k * k), w->Yk[k] = k - 2.5, w->dir[k] = k;
+    for (int k = 0; k < l * l; ++k) EXPECT_EQ(w->H[k], k % (l + 1) == 0 ? 1.0 : 0.0);
+    EXPECT_EQ(computeDirection(w, 1), 0);
+    const double rho = dotProduct(w->Yk.get(), w->Sk.get(), l) / std::sqrt(dotProduct(w->Yk.get(), w->Yk.get(), l));
+    for (int k = 0; k < l * l; ++k) EXPECT_EQ(w->H[k], k % (l + 1) == 0 ? rho : 0.0);
+    for (int k = 0; k < l; ++k) EXPECT_EQ(w->dir[k], k);
     EXPECT_NE(HY, nullptr);
-    fillPair(rng);
-    computeDirection(work_, 2);  // only the first call rescales
-    EXPECT_NEAR(work_->H[0], rho, 1e-12 * std::fabs(rho));
-    EXPECT_EQ(work_->H[1], 0.0);  // nothing but the diagonal is ever written
-
-    run_->settings.broyden_init_scale = 0;
-    for (int k = 0; k < l_; ++k) work_->H[k * (l_ + 1)] = 1.0;
-    computeDirection(work_, 1);
-    EXPECT_EQ(work_->H[0], 1.0);
+    w->Yk[0] += 1.0;
+    computeDirection(w, 2);
+    run->settings.broyden_init_scale = 0;
+    computeDirection(w, 1);
+    EXPECT_EQ(w->H[0], rho);
 }
 
 }  // namespace

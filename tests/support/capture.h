@@ -4,40 +4,30 @@
 #include <cstdio>
 #include <string>
 
-// Redirects the descriptor of a stream (stdout by default) into a temporary file.
+// Keeps what is printed on standard output (or standard error) during a scope: the C
+// stream is replaced by an unbuffered one that appends to a text. When the trigger text
+// appears it raises SIGINT at that very point, as a user pressing Ctrl+C there would. On a
+// test failure inside the scope the text is shown.
 class CapturedOutput {
 public:
-    explicit CapturedOutput(std::FILE* stream = stdout);
+    explicit CapturedOutput(std::FILE* stream = stdout, std::string trigger = {});
     ~CapturedOutput() { finish(); }
     CapturedOutput(const CapturedOutput&) = delete;
     CapturedOutput& operator=(const CapturedOutput&) = delete;
-    // Stops the redirection and returns everything written since the start.
-    std::string finish();
-
-private:
-    std::FILE* stream_;
-    std::FILE* sink_ = nullptr;
-    int saved_descriptor_ = -1;
-    std::string text_;
-};
-
-// Replaces the C stream stdout for a scope. When the trigger text appears it raises SIGINT
-// at that very point, as a user pressing Ctrl+C there would. On a test failure inside the
-// scope the text is shown.
-class ConsoleTap {
-public:
-    explicit ConsoleTap(std::string trigger = {});
-    ~ConsoleTap() { finish(); }
-    ConsoleTap(const ConsoleTap&) = delete;
-    ConsoleTap& operator=(const ConsoleTap&) = delete;
-    // Puts the process's stdout back and returns the text.
+    // Puts the stream back and returns everything written since the start.
     std::string finish();
     bool fired() const { return fired_; }
 
 private:
     static ssize_t write(void* cookie, const char* data, size_t size);
+    std::FILE** variable_;  // stdout or stderr, which glibc reads at every print
+    std::FILE* saved_;
+    std::FILE* stream_ = nullptr;
     std::string trigger_, text_;
     bool fired_ = false;
-    std::FILE* saved_ = nullptr;
-    std::FILE* stream_ = nullptr;
+};
+
+// The console of a solve, with Ctrl+C pressed when the trigger is printed.
+struct ConsoleTap : CapturedOutput {
+    explicit ConsoleTap(std::string trigger = {}) : CapturedOutput(stdout, std::move(trigger)) {}
 };

@@ -25,19 +25,5 @@ void expectGolden(const std::string& name, const std::string& text) {
         std::ofstream(goldenPath(name), std::ios::binary) << text;
         return;
     }
-    const std::string expected = readGolden(name);
-    if (expected == text) return;
-    std::istringstream want(expected), got(text);
-    std::string a, b;
-    for (int line = 1;; ++line) {
-        const bool more_a = static_cast<bool>(std::getline(want, a));
-        const bool more_b = static_cast<bool>(std::getline(got, b));
-        if (!more_a && !more_b) break;
-        if (a != b || more_a != more_b) {
-            ADD_FAILURE() << name << ", line " << line << ":\n  golden: " << (more_a ? a : "<end>")
-                          << "\n  actual: " << (more_b ? b : "<end>");
-            return;
-        }
-    }
-    ADD_FAILURE() << name << ": the texts differ in their line ends";
+    EXPECT_EQ(readGolden(name), text) << "golden file " << goldenPath(name);  // the failure shows the diff
 }

@@ -5,7 +5,7 @@
 
 #include <string>
 
-// Compares text with tests/golden/NAME (a failure shows the first differing line), or
+// Compares text with tests/golden/NAME (a failure shows the differing lines), or
 // rewrites that file when KORVEX_UPDATE_GOLDEN is set.
 void expectGolden(const std::string& name, const std::string& text);
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "records/records.h"
+#include "records/work.h"
 
 // The suites reach the library's internals by their plain names.
 using namespace korvex;
@@ -22,6 +23,7 @@ struct Problem {
     std::vector<double> power{};
     double objective = 0.0;  // known optimum and optimal x of a solvable problem
     std::vector<double> x{};
+    int status = KORVEX_SOLVED;  // or the certificate it has
 
     int m() const { return static_cast<int>(b.size()); }
     int n() const { return static_cast<int>(c.size()); }
@@ -34,7 +36,8 @@ public:
     ~SolveRun();
     SolveRun(const SolveRun&) = delete;
     SolveRun& operator=(const SolveRun&) = delete;
-    int solve();  // solveConeProgram, its console report (standard output) kept in report
+    int solve();    // solveConeProgram, its console report (standard output) kept in report
+    int iterate();  // the same through initWork and the iteration of do_super_korvex, quiet, keeping work
 
     Settings settings{};
     Info info{};
@@ -43,9 +46,10 @@ public:
     Cone cone{};
     SparseMatrix A{};
     std::string report;
+    Problem problem;
+    Work* work = nullptr;  // released with the record, and so are the progress arrays of info
 
 private:
-    Problem problem_;
     std::vector<double> values_;
     std::vector<int> rows_, starts_;
 };
@@ -53,26 +57,16 @@ private:
 // Settings of the end-to-end tests: standard iteration, quiet, eps 1e-6, a generous limit.
 void useTestSettings(Settings* settings);
 
-// The problems with known solutions, one or more per cone family and some mixes; the
-// first is an LP of four non-negative rows and two variables.
+// The problems with known solutions, one or more per cone family and two mixes (the last
+// has every family); the first is an LP of four non-negative rows and two variables.
 std::vector<Problem> knownProblems();
-// x >= 1 and x <= 0 (linear), and |(x1, x2)| <= 1 with x1 >= 2 (second order).
-std::vector<Problem> infeasibleProblems();
-// min -x on x >= 0, and min -x1 on |x2| <= x1 (a second-order cone of two entries).
-std::vector<Problem> unboundedProblems();
+// Two infeasible problems (linear, second order), then two unbounded ones, with their status.
+std::vector<Problem> certificateProblems();
 
-// A x + s - b (m entries), A'y (n entries), and a'b.
-std::vector<double> primalResidual(const SolveRun& run);
-std::vector<double> dualProduct(const SolveRun& run);
 double dot(const std::vector<double>& a, const double* b);
 bool allNaN(const double* values, std::size_t count);
 
-// dist(y, K*) and dist(s, K) in the max norm, through the library's own projection.
-double distanceToDualCone(const SolveRun& run, const double* y);
-double distanceToCone(const SolveRun& run, const double* s);
-
-// Runs attempt with the k-th allocation failing, for k = 1, 2, ... until no allocation
-// fails; attempt returns whether it succeeded and releases what it made, and a failed
-// attempt must report failure (the sanitizer build checks that nothing leaks). Returns
-// the number of allocations of a complete attempt.
+// Runs attempt with the k-th allocation failing, k = 1, 2, ... until none fails: a failed
+// attempt must report failure and release what it made (the sanitizer build checks that
+// nothing leaks). Returns the number of allocations of a complete attempt.
 long expectEveryAllocationFailureReported(const std::function<bool()>& attempt);

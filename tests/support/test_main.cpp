@@ -1,15 +1,13 @@
-// The main of every test executable: the same conditions however a suite is started
-// (through CTest, by hand, or under a debugger).
+// The main of every test executable: the same conditions however a suite is started.
 #include <gtest/gtest.h>
 
 extern "C" {
 
-// OpenBLAS's own call: one BLAS thread, so that results are reproducible and the suites
-// do not fight over the cores of a CI machine.
+// One BLAS thread: reproducible results, and suites that do not fight over the cores.
 void openblas_set_num_threads(int num_threads);
 
-// The sanitizer build lets an impossible allocation fail with null, as the library
-// expects of its heap, and stops at the first undefined behaviour.
+// Under the sanitizers an impossible allocation gives null, as the library expects, and
+// the first undefined behaviour stops the run.
 const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 const char* __ubsan_default_options() { return "print_stacktrace=1:halt_on_error=1"; }
 }
