@@ -120,17 +120,12 @@ int validateProblem(const Data* data, const Cone* cone) {
         printTo(override, err, "cone validation error\n");
         return -4;
     }
-    // The options, in the order of their ranks; the first refusal ends the validation.
-    const SettingDescriptor* checked[kSettingDescriptorCount];
-    int count = 0;
-    for (const SettingDescriptor& option : kSettingDescriptors) {
-        if (option.check_rank > 0) checked[count++] = &option;
-    }
-    std::sort(checked, checked + count, [](const SettingDescriptor* a, const SettingDescriptor* b) {
-        return a->check_rank < b->check_rank;
-    });
-    for (int k = 0; k < count; ++k) {
-        if (checkOption(s, *checked[k]) < 0) return -4;
+    // The options, in the order of their ranks 1, 2, ...; the first refusal ends the validation.
+    for (int rank = 1;; ++rank) {
+        const SettingDescriptor* option = std::find_if(kSettingDescriptors, kSettingDescriptors + kSettingDescriptorCount,
+                                                       [rank](const SettingDescriptor& row) { return row.check_rank == rank; });
+        if (option == kSettingDescriptors + kSettingDescriptorCount) break;
+        if (checkOption(s, *option) < 0) return -4;
     }
     return 0;
 }

@@ -52,6 +52,8 @@ TEST(Records, SettingsTableHasEachOptionOnceWithConsistentPlaces) {
     }
     EXPECT_EQ(offset, static_cast<std::ptrdiff_t>(offsetof(Settings, record_progress)));
     EXPECT_TRUE(*positions.begin() == 11 && *positions.rbegin() == 36);
+    // Validation walks the ranks 1, 2, ... and stops at the first missing one.
+    EXPECT_TRUE(*ranks.begin() == 1 && *ranks.rbegin() == static_cast<int>(ranks.size()));
 }
 
 TEST(Records, AFailedHYIsReportedOnTheStandardOutputItself) {
