@@ -1,0 +1,355 @@
+// The korvex command: solves the cone program in a CBF, SDPA or MPS file.
+//
+//   korvex [options] FILE
+//
+// runCommand is the whole command, so that the executable and the Python module's
+// `python3 -m korvex` behave the same.
+//
+// Reads the file into the solver's records (defaults from the settings table, changed by
+// the options), calls solveConeProgram, whose console report is the output, and ends
+// with one summary line. Exit codes: 0 when the solve ended with a verdict (solved,
+// infeasible or unbounded, accurate or not), 1 for an indeterminate end or a failure,
+// 130 when interrupted (Ctrl+C or --time-limit), 2 for a usage error, 3 for a file that
+// cannot be read or does not follow its format.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "korvex/command.h"
+#include "records/records.h"
+#include "core/solver.h"
+#include "io/options.h"
+#include "io/outputs.h"
+#include "io/readers.h"
+#include "io/text_input.h"
+#include "reporting/allocation.h"
+#include "reporting/timing.h"
+
+using namespace korvex;
+
+namespace {
+
+constexpr int kExitVerdict = 0;
+constexpr int kExitNoVerdict = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitFile = 3;
+constexpr int kExitInterrupted = 130;
+
+// Bytes of one row of the progress history: three int32 and seven double columns.
+constexpr double kProgressRowBytes = 3 * 4 + 7 * 8;
+
+const char kUsage[] =
+    "usage: korvex [options] FILE\n"
+    "\n"
+    "Solves the cone program in FILE: CBF (.cbf), SDPA sparse (.dat-s) or MPS (.mps), each\n"
+    "optionally gzipped (told by content). Prints the solver's report and a summary line.\n"
+    "\n"
+    "Options of the command:\n"
+    "  -h, --help              this text\n"
+    "  --version               the solver's version\n"
+    "  --format cbf|sdpa|mps   read FILE in this format whatever its name\n"
+    "  --solution PATH         write the solution as JSON\n"
+    "  --history PATH          write the progress history (Marlet iteration) as CSV\n"
+    "  --plot PATH             draw the progress history as an SVG convergence plot\n"
+    "  --write-cbf PATH        write the problem as read, in CBF\n"
+    "  --no-solve              read (and write) the problem, print its size, do not solve\n"
+    "  --time-limit SECONDS    interrupt the solve after this long\n"
+    "  --blas-threads N        BLAS threads (default 1, so that runs are reproducible)\n"
+    "  --settings-markdown     the option arguments of the host link as a Markdown table\n"
+    "\n"
+    "Settings of the solver, as --NAME VALUE, --NAME=VALUE, or with '-' for '_':\n";
+
+const char kExitCodes[] =
+    "\n"
+    "Exit codes: 0 a verdict (solved, infeasible or unbounded, inaccurate ones too), 1 an\n"
+    "indeterminate end or a failure, 2 a usage error, 3 a file that cannot be read or does not\n"
+    "follow its format, 130 interrupted (Ctrl+C or --time-limit).\n";
+
+struct CommandLine {
+    Settings settings{};
+    std::string input;
+    FileFormat format = FileFormat::Unknown;
+    double time_limit = 0.0;
+    int blas_threads = 1;
+    std::string solution_path, history_path, plot_path, cbf_path;
+    bool no_solve = false, help = false, version = false, markdown = false;
+};
+
+// Fills line from the arguments; "" or the complaint.
+std::string parseArguments(int argc, char** argv, CommandLine* line) {
+    setDefaultSettings(&line->settings);
+    for (int k = 1; k < argc; ++k) {
+        std::string_view arg = argv[k];
+        if (arg == "-h") {
+            line->help = true;
+            continue;
+        }
+        // A single dash and a letter is a short option, and -h the only one; "-" alone is
+        // left to the reader as a file name.
+        if (arg.size() >= 2 && arg[0] == '-' && arg[1] != '-') {
+            return "unknown option " + std::string(arg) + " (-h or --help lists them)";
+        }
+        if (arg.size() < 2 || arg.substr(0, 2) != "--") {
+            if (!line->input.empty()) return "one problem file only (" + line->input + " and " + std::string(arg) + ")";
+            line->input = arg;
+            continue;
+        }
+        arg.remove_prefix(2);
+        if (arg == "help") {
+            line->help = true;
+            continue;
+        }
+        if (arg == "version") {
+            line->version = true;
+            continue;
+        }
+        if (arg == "settings-markdown" || arg == "settings_markdown") {
+            line->markdown = true;
+            continue;
+        }
+        if (arg == "no-solve" || arg == "no_solve") {
+            line->no_solve = true;
+            continue;
+        }
+        std::string name(arg), value;
+        bool has_value = false;
+        if (std::size_t equals = name.find('='); equals != std::string::npos) {
+            value = name.substr(equals + 1);
+            name.resize(equals);
+            has_value = true;
+        } else if (k + 1 < argc) {
+            value = argv[k + 1];
+            has_value = true;
+        }
+        for (char& c : name) c = c == '_' ? '-' : c;
+        if (!has_value) return "--" + name + " needs a value";
+        const bool separate = arg.find('=') == std::string_view::npos;
+        std::string error;
+        if (name == "format") {
+            line->format = formatOfWord(value);
+            if (line->format == FileFormat::Unknown) return "--format takes cbf, sdpa or mps, not '" + value + "'";
+        } else if (name == "solution") {
+            line->solution_path = value;
+        } else if (name == "history") {
+            line->history_path = value;
+        } else if (name == "plot") {
+            line->plot_path = value;
+        } else if (name == "write-cbf") {
+            line->cbf_path = value;
+        } else if (name == "time-limit") {
+            if (!parseSeconds(value, &line->time_limit)) return "--time-limit takes a positive number of seconds, not '" + value + "'";
+        } else if (name == "blas-threads") {
+            std::int64_t threads;
+            if (!parseInteger(value, &threads) || threads < 1 || threads > 1024) {
+                return "--blas-threads takes a whole number from 1 to 1024, not '" + value + "'";
+            }
+            line->blas_threads = static_cast<int>(threads);
+        } else {
+            int done = applySetting(&line->settings, name, value, &error);
+            if (done < 0) return error;
+            if (done == 0) return "unknown option --" + std::string(arg.substr(0, arg.find('=')));
+        }
+        if (separate) ++k;
+    }
+    if (!line->help && !line->version && !line->markdown && line->input.empty()) return "no problem file given";
+    return "";
+}
+
+// An output file written whole or not at all: the text goes to a temporary file beside
+// the target, which takes the target's name only at commit(), so that a failed or
+// interrupted run never leaves a partial or empty file behind.
+class OutputFile {
+public:
+    OutputFile() = default;
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+    ~OutputFile() {
+        if (file_ == nullptr) return;
+        std::fclose(file_);
+        std::remove(temp_.c_str());
+    }
+    // Opens the temporary file for path (nothing for an empty path), or explains why not.
+    bool open(const std::string& path) {
+        if (path.empty()) return true;
+        path_ = path;
+        temp_ = path + ".korvex-" + std::to_string(getpid());
+        file_ = std::fopen(temp_.c_str(), "wb");
+        if (file_ != nullptr) return true;
+        std::fprintf(stderr, "korvex: cannot write %s: %s\n", path.c_str(), std::strerror(errno));
+        return false;
+    }
+    explicit operator bool() const { return file_ != nullptr; }
+    std::FILE* get() const { return file_; }
+    // Closes the file and gives it its name; false if either fails.
+    bool commit() {
+        const bool closed = std::fclose(file_) == 0;
+        file_ = nullptr;
+        if (closed && std::rename(temp_.c_str(), path_.c_str()) == 0) return true;
+        std::remove(temp_.c_str());
+        return false;
+    }
+
+private:
+    std::string path_, temp_;
+    std::FILE* file_ = nullptr;
+};
+
+int exitCodeOf(int statusVal) {
+    switch (statusVal) {
+        case KORVEX_SOLVED:
+        case KORVEX_SOLVED_INACCURATE:
+        case KORVEX_UNBOUNDED:
+        case KORVEX_UNBOUNDED_INACCURATE:
+        case KORVEX_INFEASIBLE:
+        case KORVEX_INFEASIBLE_INACCURATE: return kExitVerdict;
+        case KORVEX_SIGINT: return kExitInterrupted;
+        default: return kExitNoVerdict;
+    }
+}
+
+struct SolutionArrays {
+    Solution solution{};
+    ~SolutionArrays() {
+        releaseMemory(solution.x);
+        releaseMemory(solution.y);
+        releaseMemory(solution.s);
+    }
+};
+
+int run(const CommandLine& line) {
+    OutputFile solution_file, history_file, plot_file, cbf_file;
+    if (!solution_file.open(line.solution_path) || !history_file.open(line.history_path) ||
+        !plot_file.open(line.plot_path) || !cbf_file.open(line.cbf_path)) {
+        return kExitUsage;
+    }
+    setBlasThreads(line.blas_threads);
+
+    Timer read_timer;
+    startTimer(&read_timer);
+    ConicProblem problem;
+    try {
+        problem = readProblemFile(line.input, line.format);
+    } catch (const ReadError& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return kExitFile;
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "%s: not enough memory to read the problem\n", line.input.c_str());
+        return kExitFile;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", line.input.c_str(), error.what());
+        return kExitFile;
+    }
+    RunTimes times;
+    times.read_ms = readTimer(&read_timer);
+
+    if (cbf_file && !(writeCbf(problem, cbf_file.get()) && cbf_file.commit())) {
+        std::fprintf(stderr, "korvex: writing %s failed\n", line.cbf_path.c_str());
+        return kExitFile;
+    }
+    if (line.no_solve) {
+        std::printf("korvex: %s: %s, %d variables, %d constraints, %zu non-zeros, read in %.3fs\n", line.input.c_str(),
+                    problem.format.c_str(), problem.n, problem.m, problem.values.size(), times.read_ms / 1000);
+        return kExitVerdict;
+    }
+
+    Settings settings = line.settings;
+    Info info{};
+    SolutionArrays arrays;
+    std::optional<ProgressArrays> progress;
+    const bool wants_history = history_file || plot_file;
+    if (wants_history) {
+        if (settings.do_super_korvex == 1) {
+            try {
+                // The rows are filled in before the solve, so memory the machine does not
+                // have would be claimed page by page until the system ends the process:
+                // a history beyond half the physical memory is refused up front.
+                const std::int32_t rows = settings.max_iters > 0 ? settings.max_iters : 0;
+                const double bytes = static_cast<double>(rows) * kProgressRowBytes;
+                const double memory = static_cast<double>(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGE_SIZE);
+                if (bytes > 0.5 * memory) throw std::bad_alloc();
+                progress.emplace(rows, &info, &settings);
+                settings.record_progress = 1;
+            } catch (const std::bad_alloc&) {
+                std::fprintf(stderr, "korvex: not enough memory for a progress history of %d iterations; none is kept\n",
+                             settings.max_iters);
+            }
+        } else {
+            std::fprintf(stderr, "korvex: the standard iteration records no progress history; --history and --plot stay empty\n");
+        }
+    }
+    ProblemRecords records(problem, &settings);
+    std::optional<TimeLimit> limit;
+    if (line.time_limit > 0) limit.emplace(line.time_limit);
+    Timer solve_timer;
+    startTimer(&solve_timer);
+    const int status = solveConeProgram(&records.data, &records.cone, &arrays.solution, &info);
+    const double elapsed_ms = readTimer(&solve_timer);
+    const bool out_of_time = limit && limit->reached();
+    limit.reset();
+    const std::vector<ProgressRow> rows = progress ? progress->rows() : std::vector<ProgressRow>{};
+
+    // An interrupted solve has no iteration count or solve time of its own: say how long
+    // it ran, and how many iterations the history holds when one was kept.
+    std::string reached = std::string(info.status) + " after " + std::to_string(info.iter) + " iterations";
+    if (status == KORVEX_SIGINT) {
+        char seconds[32];
+        std::snprintf(seconds, sizeof seconds, "%.3fs", elapsed_ms / 1000);
+        reached = std::string(info.status) + " after " + seconds + " of set-up and solving";
+        if (!rows.empty()) reached += ", " + std::to_string(rows.size()) + " iterations done";
+    }
+    std::fflush(stdout);
+    if (status == KORVEX_SIGINT) {
+        std::printf("korvex: %s, read %.3fs%s\n", reached.c_str(), times.read_ms / 1000,
+                    out_of_time ? " (time limit reached)" : "");
+    } else {
+        std::printf("korvex: %s, objective %.10g (%s), %d iterations, read %.3fs, setup %.3fs, solve %.3fs\n",
+                    info.status, fileObjective(problem, info.pobj), problem.maximise ? "max" : "min", info.iter,
+                    times.read_ms / 1000, info.setupTime / 1000, info.solveTime / 1000);
+    }
+    std::fflush(stdout);
+
+    bool written = true;
+    if (solution_file) {
+        written = writeSolutionJson(solution_file.get(), problem, arrays.solution, info, times) && solution_file.commit();
+    }
+    if (history_file) written = writeHistoryCsv(history_file.get(), rows) && history_file.commit() && written;
+    if (plot_file) {
+        written = writeConvergenceSvg(plot_file.get(), rows, problem.source + ": " + reached) && plot_file.commit() && written;
+    }
+    if (!written) {
+        std::fprintf(stderr, "korvex: writing an output file failed\n");
+        return kExitFile;
+    }
+    return exitCodeOf(status);
+}
+
+}  // namespace
+
+int korvex::runCommand(int argc, char** argv) {
+    CommandLine line;
+    const std::string error = parseArguments(argc, argv, &line);
+    if (line.help) {
+        std::printf("%s%s%s", kUsage, settingsHelp().c_str(), kExitCodes);
+        return kExitVerdict;
+    }
+    if (line.version) {
+        std::printf("korvex %s\n", versionText());
+        return kExitVerdict;
+    }
+    if (line.markdown) {
+        std::printf("%s", settingsMarkdown().c_str());
+        return kExitVerdict;
+    }
+    if (!error.empty()) {
+        std::fprintf(stderr, "korvex: %s\nTry 'korvex --help'.\n", error.c_str());
+        return kExitUsage;
+    }
+    return run(line);
+}
