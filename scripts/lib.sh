@@ -9,6 +9,7 @@ KORVEX_PACKAGES=(
   cmake ninja-build g++ clang libclang-rt-14-dev
   libgtest-dev libbenchmark-dev
   libsuitesparse-dev libopenblas-dev zlib1g-dev
+  pkg-config help2man man-db groff-base
 )
 
 step() { printf '\n==> %s\n' "$*"; }

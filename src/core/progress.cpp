@@ -65,3 +65,7 @@ void releaseProgressArrays(Info* info) {
 }
 
 }  // namespace korvex
+
+void korvexFreeProgress(Info* info) noexcept {
+    if (info != nullptr) korvex::releaseProgressArrays(info);
+}

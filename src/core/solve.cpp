@@ -227,7 +227,7 @@ void freeWork(Work* work) {
 
 using namespace korvex;
 
-int solveConeProgram(const Data* data, const Cone* cone, Solution* solution, Info* info) {
+int solveConeProgram(const Data* data, const Cone* cone, Solution* solution, Info* info) noexcept {
     startInterruptListener();
     Settings* s = data != nullptr ? data->settings : nullptr;
     const int o = s != nullptr ? s->stream_override : 0;
@@ -238,6 +238,9 @@ int solveConeProgram(const Data* data, const Cone* cone, Solution* solution, Inf
     if (data == nullptr || cone == nullptr || info == nullptr || s == nullptr) {
         // Without Settings there is nothing to print through but the defaults.
         printTo(o, stderr, "ERROR: Missing Data, Cone or Info input\n");
+    } else if (solution == nullptr) {
+        // Nowhere to put x, y and s: refused before any work, like a missing record.
+        printTo(o, stderr, "ERROR: Missing Solution input\n");
     } else if (validateProblem(data, cone) < 0) {
         printTo(o, stderr, "ERROR: Validation returned failure\n");
     } else {
@@ -268,4 +271,12 @@ int solveConeProgram(const Data* data, const Cone* cone, Solution* solution, Inf
     const int status = info->statusVal;
     freeWork(work);
     return status;
+}
+
+void korvexFreeSolution(Solution* solution) noexcept {
+    if (solution == nullptr) return;
+    releaseMemory(solution->x);
+    releaseMemory(solution->y);
+    releaseMemory(solution->s);
+    *solution = Solution{};
 }

@@ -9,11 +9,8 @@
 #include "records/records.h"
 #include "records/work.h"
 
-// The solve entry, under a plain C name for every caller: validates the problem, builds the Work record (equilibration, cone workspace, one
-// factorisation), runs the iteration chosen by do_super_korvex, fills solution and info,
-// releases everything made and returns info->statusVal. Null vectors in solution are
-// allocated here and owned by the caller afterwards.
-int solveConeProgram(const Data* data, const Cone* cone, Solution* solution, Info* info);
+// The solve entry solveConeProgram, and korvexFreeSolution and korvexFreeProgress that
+// release what it allocated, are the public C functions of korvex/korvex.h.
 
 namespace korvex {
 

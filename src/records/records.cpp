@@ -175,7 +175,8 @@ const SettingDescriptor kSettingDescriptors[] = {
 using korvex::kSettingDescriptors;
 using korvex::SettingDescriptor;
 
-void setDefaultSettings(Settings* settings) {
+void setDefaultSettings(Settings* settings) noexcept {
+    if (settings == nullptr) return;
     for (const SettingDescriptor& option : kSettingDescriptors) {
         if (option.int_field != nullptr) {
             settings->*option.int_field = static_cast<std::int32_t>(option.default_value);

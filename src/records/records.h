@@ -14,113 +14,13 @@
 #include <limits>
 #include <type_traits>
 
-// Compressed-column sparse matrix. The record and its three arrays are separate heap
-// blocks.
-struct SparseMatrix {
-    double* x;        // non-zero values, p[n] entries
-    std::int32_t* i;  // zero-based row index of each value, p[n] entries
-    std::int32_t* p;  // column pointers, n + 1 entries; p[0] = 0, p[n] = number of non-zeros
-    std::int32_t m;   // rows
-    std::int32_t n;   // columns
-};
-
-// Every option of a solve. setDefaultSettings writes the default of each field.
-struct Settings {
-    std::int32_t normalize;          // non-zero: equilibrate A, b, c and undo it on the results
-    double scale;                    // factor on the normalised A, b, c; positive
-    double rho_x;                    // weight of the x block; positive
-    std::int32_t max_iters;          // iteration limit; positive
-    std::int32_t progress_capacity;  // entries the progress arrays are sized for; -1: never sized
-    double eps;                      // convergence tolerance; positive
-    double alpha;                    // over-relaxation factor, in (0, 2)
-    double cg_rate;                  // carried and printed only
-    std::int32_t verbose;            // 0: errors only; positive: report; 2 or more: settings dump
-    std::int32_t warm_start;         // non-zero: start from the point given in Solution
-    std::int32_t do_super_korvex;    // 1: Marlet iteration; 0: standard iteration
-    std::int32_t k0;                 // 0 or 1: blind update step
-    double c_bl;                     // residual decrease demanded of a blind step, in [0, 1)
-    std::int32_t k1;                 // 0 or 1: educated update step
-    std::int32_t k2;                 // 0 or 1: safeguarded update step
-    double c1;                       // residual fraction an educated step must reach, in [0, 1)
-    double sse;                      // base of the educated step's geometric allowance, in [0, 1)
-    std::int32_t ls;                 // most line-search steps, 0 to 39
-    double beta;                     // step reduction of the line search, in (0, 1)
-    double sigma;                    // acceptance parameter of the safeguarded step; not negative
-    std::int32_t dir;                // direction code: 100, 101, 200 or 300
-    double thetabar;                 // restarted Broyden safeguard, in [0, 1]
-    std::int32_t memory;             // pairs held by the direction cache
-    std::int32_t broyden_rule;       // read by the full Broyden kind
-    std::int32_t broyden_init_scale; // non-zero: full Broyden rescales H at its first call
-    std::int32_t record_progress;    // non-zero: the Marlet iteration fills the progress arrays
-    std::int32_t stream_override;    // non-zero: ordinary output goes straight to output_stream
-    std::FILE* output_stream;        // stream for ordinary output
-};
-
-// The problem. Set by the caller; the core changes neither the record nor its arrays.
-struct Data {
-    std::int32_t m;      // rows of A; length of b, y, s
-    std::int32_t n;      // columns of A; length of c, x
-    SparseMatrix* A;     // constraint matrix
-    double* b;           // right-hand side, m entries
-    double* c;           // cost vector, n entries
-    Settings* settings;  // options of this solve
-};
-
-// The product cone K. Its m rows are laid out in exactly this order, with no gaps:
-// zero, non-negative, second-order blocks, semidefinite blocks (n(n+1)/2 rows for side n),
-// primal exponential triples, dual exponential triples, power triples. An array is read
-// only when its count is non-zero and the pointer non-null.
-struct Cone {
-    std::int32_t free_vars;          // rows of the zero cone
-    std::int32_t linear_vars;        // rows of the non-negative cone
-    std::int32_t* soc_sizes;         // length of each second-order block
-    std::int32_t soc_blks;           // number of second-order blocks
-    std::int32_t* sd_sizes;          // side of each semidefinite block
-    std::int32_t sd_blks;            // number of semidefinite blocks
-    std::int32_t exp_triples;        // primal exponential triples
-    std::int32_t dual_exp_triples;   // dual exponential triples
-    double* power_exponents;         // exponent of each power triple, in [-1, 1]
-    std::int32_t power_triples;      // number of power triples
-};
-
-// The result vectors. A null pointer on entry is allocated by the core and then owned by
-// the caller; a value left undefined by the final status is NaN.
-struct Solution {
-    double* x;  // primal point or certificate, n entries
-    double* y;  // dual point or certificate, m entries
-    double* s;  // primal slack or certificate, m entries
-};
+// SparseMatrix, Settings, Data, Cone, Solution, Info, the status and direction codes,
+// setDefaultSettings and solveConeProgram: the public C interface, declared once for the
+// callers, the core and the host link alike.
+#include "korvex/korvex.h"
 
 // Length of Info::status, terminating zero included.
-constexpr int kStatusTextLength = 32;
-
-// The summary of a solve: zeroed by the caller, filled by the core.
-struct Info {
-    std::int32_t iter;                     // iteration counter at the end; -1 after a failure
-    char status[kStatusTextLength];        // status text, zero-terminated
-    std::int32_t statusVal;                // status code
-    double pobj;                           // primal objective c'x / tau
-    double dobj;                           // dual objective -b'y / tau
-    double resPri;                         // relative primal residual
-    double resDual;                        // relative dual residual
-    double resInfeas;                      // infeasibility measure
-    double resUnbdd;                       // unboundedness measure
-    double relGap;                         // relative duality gap
-    double setupTime;                      // milliseconds in the set-up of the work record
-    double solveTime;                      // milliseconds in the iteration
-    std::int32_t progress_count;           // iterations of a Marlet solve
-    std::int32_t* progress_iteration;      // progress history, one entry per iteration
-    double* progress_rel_gap;
-    double* progress_res_pri;
-    double* progress_res_dual;
-    double* progress_primal_cost;
-    double* progress_dual_cost;
-    double* progress_fpr_norm;
-    double* progress_time_ms;
-    std::int32_t* progress_step_kind;
-    std::int32_t* progress_ls_count;
-    std::int32_t memory_bytes;             // estimate of the memory of a Marlet solve
-};
+constexpr int kStatusTextLength = KORVEX_STATUS_TEXT_LENGTH;
 
 // The figures of one iterate, in the caller's units.
 struct Residuals {
@@ -145,19 +45,6 @@ static_assert(std::is_standard_layout_v<Solution> && std::is_trivially_copyable_
 static_assert(std::is_standard_layout_v<Info> && std::is_trivially_copyable_v<Info>);
 static_assert(std::is_standard_layout_v<Residuals> && std::is_trivially_copyable_v<Residuals>);
 
-// Status codes of Info::statusVal. KORVEX_RUNNING is the value during the iteration only.
-constexpr std::int32_t KORVEX_SOLVED = 1;
-constexpr std::int32_t KORVEX_SOLVED_INACCURATE = 2;
-constexpr std::int32_t KORVEX_RUNNING = 0;
-constexpr std::int32_t KORVEX_UNBOUNDED = -1;
-constexpr std::int32_t KORVEX_UNBOUNDED_INACCURATE = -6;
-constexpr std::int32_t KORVEX_INFEASIBLE = -2;
-constexpr std::int32_t KORVEX_INFEASIBLE_INACCURATE = -7;
-constexpr std::int32_t KORVEX_INDETERMINATE = -3;
-constexpr std::int32_t KORVEX_FAILED = -4;
-constexpr std::int32_t KORVEX_SIGINT = -5;
-
-
 namespace korvex {
 // The text of a status code ("Solved", "Infeasible/Inaccurate", ...); "" for 0 and for
 // codes that are not statuses.
@@ -165,16 +52,6 @@ const char* statusText(std::int32_t statusVal);
 
 // Copies text into info->status, cut to 31 characters and always zero-terminated.
 void setStatusText(Info* info, const char* text);
-
-}  // namespace korvex
-
-// Direction codes of Settings::dir.
-constexpr std::int32_t KORVEX_DIR_RESTARTED_BROYDEN = 100;
-constexpr std::int32_t KORVEX_DIR_RESTARTED_BROYDEN_V2 = 101;
-constexpr std::int32_t KORVEX_DIR_FIXED_POINT_RESIDUAL = 200;
-constexpr std::int32_t KORVEX_DIR_FULL_BROYDEN = 300;
-
-namespace korvex {
 
 // The code of a direction name, compared in full and case-sensitively; any other text,
 // and null, gives 100 (restarted Broyden).
@@ -241,7 +118,3 @@ inline constexpr int kSettingDescriptorCount = 26;
 extern const SettingDescriptor kSettingDescriptors[kSettingDescriptorCount];
 
 }  // namespace korvex
-
-// Writes the default of every field into settings: the table above, then
-// stream_override 0 and output_stream standard output.
-void setDefaultSettings(Settings* settings);

@@ -81,6 +81,11 @@ TEST(Validation, EveryScenarioGivesItsMessagesAndResult) {
     CapturedOutput out;
     EXPECT_EQ(solveConeProgram(nullptr, &run.cone, &run.solution, &run.info), KORVEX_FAILED);
     EXPECT_EQ(out.finish(), "ERROR: Missing Data, Cone or Info input\nFailure:could not initialize work\n");
+    // Without a Solution there is nowhere to write x, y and s.
+    CapturedOutput refused;
+    EXPECT_EQ(solveConeProgram(&run.data, &run.cone, nullptr, &run.info), KORVEX_FAILED);
+    EXPECT_EQ(refused.finish(), "ERROR: Missing Solution input\nFailure:could not initialize work\n");
+    EXPECT_EQ(run.info.iter, -1);
 }
 
 }  // namespace
