@@ -119,14 +119,15 @@ set(CPACK_PACKAGE_DESCRIPTION
 exponential and power cones) by operator splitting on a homogeneous self-dual embedding. \
 This package holds the korvex command, the libkorvex library (shared and static) with its \
 C header, CMake package and pkg-config file, and the KorvexLink host library.")
-set(CPACK_PACKAGE_CONTACT "Korvex developers <korvex@localhost>")
+set(KORVEX_PACKAGE_MAINTAINER "Korvex developers <korvex@localhost>" CACHE STRING
+  "Maintainer field of the Debian package")
+set(CPACK_PACKAGE_CONTACT "${KORVEX_PACKAGE_MAINTAINER}")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
-# dpkg-shlibdeps names the packages of every shared library the binaries load (libc6,
-# libstdc++6, libgcc-s1, zlib1g, libamd2, libcxsparse3, ...). OpenBLAS is reached through
-# Debian's alternatives link, which it cannot trace to a package, so it is named here.
+# dpkg-shlibdeps names the package of every shared library the binaries load: libc6,
+# libstdc++6, libgcc-s1, zlib1g, libamd2, libcxsparse3, and libopenblas0 (any of Debian's
+# OpenBLAS builds).
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libopenblas0 | libopenblas0-pthread")
 # Linking the static library needs the development files of its dependencies.
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsuitesparse-dev, libopenblas-dev, pkg-config")
 set(CPACK_GENERATOR DEB)

@@ -61,10 +61,12 @@ cmake -S "$source/examples/c" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" -
 cmake --build "$work/example" >>"$work/example.log" 2>&1 || fail "building examples/c failed: $(cat "$work/example.log")"
 run find_package "$work/example/solve"
 run find_package-static "$work/example/solve_static"
-! ldd "$work/example/solve_static" | grep -q libkorvex || fail "solve_static loads libkorvex.so"
+loads=$(ldd "$work/example/solve_static")
+! grep -q libkorvex <<<"$loads" || fail "solve_static loads libkorvex.so"
 
 # The installed command solves, and its man page renders with every option of --help.
-"$prefix/bin/korvex" --eps 1e-6 "$source/examples/portfolio.cbf" | grep -q 'Solved' || fail "installed korvex did not solve"
+solved=$("$prefix/bin/korvex" --eps 1e-6 "$source/examples/portfolio.cbf") || fail "installed korvex failed: $solved"
+grep -q '^korvex: Solved' <<<"$solved" || fail "installed korvex did not solve: $solved"
 page=$(MANWIDTH=100 man -l "$prefix/share/man/man1/korvex.1" 2>&1) || fail "man -l korvex.1 failed: $page"
 for section in NAME SYNOPSIS DESCRIPTION EXAMPLES; do
   grep -q "^$section" <<<"$page" || fail "the man page has no $section section"
