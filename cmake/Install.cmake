@@ -114,11 +114,12 @@ install(FILES ${PROJECT_BINARY_DIR}/korvex.pc DESTINATION ${CMAKE_INSTALL_LIBDIR
 set(CPACK_PACKAGE_NAME korvex)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "solver for convex cone programs: command, C library and host link")
-set(CPACK_PACKAGE_DESCRIPTION
-  "Korvex solves convex cone programs (zero, non-negative, second-order, semidefinite, \
-exponential and power cones) by operator splitting on a homogeneous self-dual embedding. \
-This package holds the korvex command, the libkorvex library (shared and static) with its \
-C header, CMake package and pkg-config file, and the KorvexLink host library.")
+string(CONCAT CPACK_PACKAGE_DESCRIPTION
+  "Korvex solves convex cone programs (zero, non-negative, second-order,\n"
+  "semidefinite, exponential and power cones) by operator splitting on a\n"
+  "homogeneous self-dual embedding. This package holds the korvex command and\n"
+  "its man page, the libkorvex library (shared and static) with its C header,\n"
+  "CMake package and pkg-config file, and the KorvexLink host library.")
 set(KORVEX_PACKAGE_MAINTAINER "Korvex developers <korvex@localhost>" CACHE STRING
   "Maintainer field of the Debian package")
 set(CPACK_PACKAGE_CONTACT "${KORVEX_PACKAGE_MAINTAINER}")
@@ -128,6 +129,10 @@ set(CPACK_DEBIAN_PACKAGE_SECTION science)
 # libstdc++6, libgcc-s1, zlib1g, libamd2, libcxsparse3, and libopenblas0 (any of Debian's
 # OpenBLAS builds).
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# A shlibs file for packages built on libkorvex, and the ldconfig trigger that makes
+# libkorvex.so.1 known to the dynamic loader as soon as the package is installed.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 # Linking the static library needs the development files of its dependencies.
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsuitesparse-dev, libopenblas-dev, pkg-config")
 set(CPACK_GENERATOR DEB)
