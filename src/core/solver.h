@@ -9,8 +9,9 @@
 #include "records/records.h"
 #include "records/work.h"
 
-// The solve entry solveConeProgram, and korvexFreeSolution and korvexFreeProgress that
-// release what it allocated, are the public C functions of korvex/korvex.h.
+// The solve entry, solveConeProgram, is declared with the other public C functions in
+// korvex/korvex.h (through records.h), beside korvexFreeSolution and korvexFreeProgress,
+// which release the vectors and the progress arrays that a solve allocated.
 
 namespace korvex {
 
