@@ -9,6 +9,7 @@ KORVEX_PACKAGES=(
   cmake ninja-build g++ clang libclang-rt-14-dev
   libgtest-dev libbenchmark-dev
   libsuitesparse-dev libopenblas-dev zlib1g-dev
+  pybind11-dev python3-dev python3-numpy python3-scipy python3-pytest python3-distributed
 )
 
 step() { printf '\n==> %s\n' "$*"; }

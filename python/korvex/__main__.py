@@ -1,0 +1,17 @@
+"""python3 -m korvex FILE [options]: the korvex command, run in this process."""
+
+import signal
+import sys
+
+from . import _korvex
+
+
+def main(argv=None):
+    # Ctrl+C outside a solve ends the process as it ends the command; during a solve the
+    # solver's own listener turns it into status -5 and exit code 130.
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+    return _korvex.run_command(["korvex"] + list(sys.argv[1:] if argv is None else argv))
+
+
+if __name__ == "__main__":
+    sys.exit(main())
