@@ -38,6 +38,19 @@ def test_examples_reach_their_stated_optima(examples):
     assert korvex.solve(korvex.read(examples / "unbounded.cbf"), verbose=0).statusVal == -1
 
 
+def test_matrix_variables_of_a_cbf_file(examples):
+    # <I, X> + x1 = 1 with X psd: the file's matrix variable comes back dense and symmetric.
+    path = examples.parent.parent / "shared" / "bench" / "mixed" / "cbfman_C1_psdvar_soc.cbf"
+    if not path.exists():
+        pytest.skip(f"{path} is not here")
+    problem = korvex.read(path)
+    result = korvex.solve(problem, eps=1e-9, verbose=0, max_iters=100000)
+    assert result.objective == pytest.approx(0.70571049, rel=1e-6)
+    (X,) = problem.matrix_variables(result.x)
+    assert np.array_equal(X, X.T) and np.linalg.eigvalsh(X).min() >= -1e-7
+    assert np.trace(X) + result.x[1] == pytest.approx(1.0, abs=1e-7)
+
+
 def test_gzipped_files_and_read_errors(examples, tmp_path):
     packed = tmp_path / "portfolio.cbf"  # gzipped under a plain name: told by content
     with open(examples / "portfolio.cbf", "rb") as plain, gzip.open(packed, "wb") as out:

@@ -30,6 +30,7 @@ def test_solve_many_on_local_processes(examples):
         korvex.solve_many(items, epsilon=1)
 
 
+@pytest.mark.filterwarnings("ignore::DeprecationWarning")  # tornado's, inside distributed
 def test_solve_many_on_a_dask_cluster(examples):
     distributed = pytest.importorskip("distributed")
     items, references, settings = problems_and_references(examples)
