@@ -87,13 +87,16 @@ std::int32_t wholeSetting(const char* name, const py::handle& value) {
     return static_cast<std::int32_t>(number);
 }
 
-// A real number: anything with __float__ or __index__, but not a text.
+// A finite real number: anything with __float__ or __index__, but not a text.
 double realSetting(const char* name, const py::handle& value) {
     const double number = py::isinstance<py::str>(value) ? -1.0 : PyFloat_AsDouble(value.ptr());
     if (py::isinstance<py::str>(value) || (number == -1.0 && PyErr_Occurred() != nullptr)) {
         PyErr_Clear();
         throw py::type_error(std::string("setting ") + name + " takes a real number, not " +
                              std::string(py::str(py::type::handle_of(value).attr("__name__"))));
+    }
+    if (!std::isfinite(number)) {
+        throw py::value_error(std::string("setting ") + name + " must be finite, not " + std::string(py::repr(value)));
     }
     return number;
 }
@@ -152,9 +155,13 @@ Settings settingsFrom(const py::dict& given) {
             settings.*option->double_field = realSetting(option->name, value);
         }
     }
-    for (const SettingDescriptor& option : kSettingDescriptors) {
-        const std::string refusal = refusalOf(settings, option);
-        if (!refusal.empty()) throw py::value_error(refusal);
+    // In the order of the solver's own checks, so that the first refusal is the same.
+    for (int rank = 1; rank <= kSettingDescriptorCount; ++rank) {
+        for (const SettingDescriptor& option : kSettingDescriptors) {
+            if (option.check_rank != rank) continue;
+            const std::string refusal = refusalOf(settings, option);
+            if (!refusal.empty()) throw py::value_error(refusal);
+        }
     }
     settings.progress_capacity = -1;
     settings.stream_override = 0;

@@ -93,7 +93,8 @@ def test_bad_input_is_refused_with_a_clear_exception():
         (TypeError, "takes a real number", dict(eps="small")),
         (TypeError, "kept by the module", dict(progress_capacity=5)),
         (ValueError, "alpha must be in (0,2) (alpha=2.5)", dict(alpha=2.5)),
-        (ValueError, "max_iters must be positive", dict(max_iters=0)),
+        (ValueError, "max_iters must be positive", dict(max_iters=0, eps=-1.0)),
+        (ValueError, "eps must be finite", dict(eps=float("nan"))),
         (ValueError, "dir takes restarted_broyden", dict(dir="newton")),
         (ValueError, "warm_start needs a point", dict(warm_start=1)),
     ]
