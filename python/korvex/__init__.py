@@ -26,6 +26,7 @@ solver would refuse raises ValueError.
 
 import difflib as _difflib
 import os as _os
+import time as _time
 from collections.abc import Mapping as _Mapping
 
 import numpy as _np
@@ -117,7 +118,9 @@ class Result:
             setattr(self, name, state.get(name))
 
     def __repr__(self):
-        return (f"<korvex.Result {self.status} ({self.statusVal}) after {self.iter} iterations: "
+        # A failed or interrupted solve has no iteration count (iter -1).
+        after = f" after {self.iter} iterations" if self.iter >= 0 else ""
+        return (f"<korvex.Result {self.status} ({self.statusVal}){after}: "
                 f"pobj {self.pobj:.9g}, dobj {self.dobj:.9g}, resPri {self.resPri:.3g}, resDual {self.resDual:.3g}, "
                 f"relGap {self.relGap:.3g}; setup {self.setupTime:.3g} ms, solve {self.solveTime:.3g} ms>")
 
@@ -280,13 +283,17 @@ def solve(A, b=None, c=None, cone=None, *, sense="min", objective_constant=0.0, 
     if not isinstance(cone, _Mapping):
         raise TypeError(f"cone must be a dict of {', '.join(CONE_FIELDS)}")
     (m, n), values, rows, starts = _columns(A)
+    started = _time.perf_counter()
     fields = _korvex.solve_columns(m, n, values, rows, starts, _vector("b", b), _vector("c", c), dict(cone),
                                    settings, _warm_point(warm), blas_threads)
     interrupted = fields.pop("interrupted")
     sign = -1.0 if sense == "max" else 1.0
     result = Result(fields, sign * fields["pobj"] + objective_constant)
     if interrupted or result.statusVal == -5:
-        error = KeyboardInterrupt(f"korvex: solve interrupted after {result.solveTime / 1000:.3g} s")
+        # An interrupted solve leaves iter at -1 and solveTime NaN: say how long it ran, and
+        # how many iterations its history holds when one was kept.
+        kept = "" if result.progress_iteration is None else f", {len(result.progress_iteration)} iterations recorded"
+        error = KeyboardInterrupt(f"korvex: solve interrupted after {_time.perf_counter() - started:.3g} s{kept}")
         error.result = result
         raise error
     return result
