@@ -134,6 +134,10 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 # Linking the static library needs the development files of its dependencies.
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsuitesparse-dev, libopenblas-dev, pkg-config")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsuitesparse-dev, libopenblas-dev, pkg-config, python3-distributed")
+# The Python module, when built, goes into the package too; it imports numpy and scipy.
+if(TARGET korvex_python)
+  set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3, python3-numpy, python3-scipy")
+endif()
 set(CPACK_GENERATOR DEB)
 include(CPack)

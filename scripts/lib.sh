@@ -10,6 +10,7 @@ KORVEX_PACKAGES=(
   libgtest-dev libbenchmark-dev
   libsuitesparse-dev libopenblas-dev zlib1g-dev
   pkg-config help2man man-db groff-base
+  pybind11-dev python3-dev python3-numpy python3-scipy python3-pytest python3-distributed
 )
 
 step() { printf '\n==> %s\n' "$*"; }
