@@ -125,28 +125,22 @@ class Cbf:
         np.add.at(self.b, bcoord[:, 0].astype(np.int64), bcoord[:, 1])
 
 
+# CBF cone -> (group of the peers' form, map of the block's rows); F rows are dropped.
+CONE_GROUPS = {"L=": ("eq", "identity"), "L+": ("l", "identity"), "L-": ("l", "negate"),
+               "Q": ("q", "identity"), "QR": ("q", "rotated"), "EXP": ("e", "exp")}
+
+
 def cone_rows(cones):
     """For a list of CBF cone blocks: for each output group (eq, l, q, e), the list of
     (first row, size, map) where map turns the block's g into the group's rows."""
     groups = {"eq": [], "l": [], "q": [], "e": []}
     first = 0
     for kind, size in cones:
-        if kind == "F":
-            pass
-        elif kind == "L=":
-            groups["eq"].append((first, size, "identity"))
-        elif kind == "L+":
-            groups["l"].append((first, size, "identity"))
-        elif kind == "L-":
-            groups["l"].append((first, size, "negate"))
-        elif kind == "Q":
-            groups["q"].append((first, size, "identity"))
-        elif kind == "QR":
-            groups["q"].append((first, size, "rotated"))
-        elif kind == "EXP":
-            groups["e"].append((first, size, "exp"))
-        else:
-            raise ValueError("cone %s is not read here" % kind)
+        if kind != "F":
+            if kind not in CONE_GROUPS:
+                raise ValueError("cone %s is not read here" % kind)
+            group, how = CONE_GROUPS[kind]
+            groups[group].append((first, size, how))
         first += size
     return groups
 
@@ -316,9 +310,9 @@ def run_cvxopt(source, eps):
         args += [spmatrix(problem["A"]), cvxopt.matrix(problem["b"])]
     solvers.options.update({"show_progress": False, "abstol": eps, "reltol": eps, "feastol": eps,
                             "maxiters": 500})
-    started = time.process_time(), time.monotonic()
+    started = time.monotonic()
     result = solvers.conelp(*args)
-    seconds = time.monotonic() - started[1]
+    seconds = time.monotonic() - started
     status = {"optimal": "solved", "primal infeasible": "infeasible",
               "dual infeasible": "unbounded"}.get(result["status"], "inaccurate")
     objective = result["primal objective"]
@@ -401,7 +395,7 @@ def run(options):
     import resource
     import signal
     fields = ["family", "name", "size", "solver", "eps", "status", "objective", "iterations", "seconds",
-              "wall_seconds", "version", "note"]
+              "wall_seconds", "cpu_seconds", "version", "note"]
     results = os.path.join(options.data, "results.csv")
     done = set()
     if os.path.exists(results) and not options.redo:
@@ -453,13 +447,14 @@ def run(options):
                         command = [sys.executable, __file__, solver, source, eps]
                     print("peers: %s %s eps %s" % (solver, name, eps), flush=True)
                     started = time.monotonic()
+                    before = resource.getrusage(resource.RUSAGE_CHILDREN)
                     process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                                                env=env, preexec_fn=limit_memory)
                     try:
                         stdout, stderr = process.communicate(timeout=options.time_limit + 60)
                         lines = [l for l in stdout.splitlines() if l.startswith("{")]
                         row = json.loads(lines[-1]) if lines else {
-                            "status": "memory" if "MemoryError" in stderr or "memory" in stderr.lower() else "failed",
+                            "status": "memory" if re.search(r"MemoryError|memory|alloc", stderr, re.I) else "failed",
                             "objective": float("nan"), "seconds": float("nan"), "iterations": -1,
                             "note": (stderr.strip().splitlines() or ["exit %d" % process.returncode])[-1][:120]}
                     except subprocess.TimeoutExpired:
@@ -468,12 +463,14 @@ def run(options):
                         row = {"status": "timeout", "objective": float("nan"), "seconds": float("nan"),
                                "iterations": -1, "note": "passed %g s" % options.time_limit}
                     wall = time.monotonic() - started
+                    after = resource.getrusage(resource.RUSAGE_CHILDREN)  # the whole run's processes, reading included
+                    cpu = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
                     if row["status"] == "solved" and float(row["seconds"]) > options.time_limit:
                         row["status"], row["note"] = "timeout", "solved after the limit"
                     writer.writerow({"family": family, "name": name, "size": size, "solver": solver, "eps": eps,
                                      "status": row["status"], "objective": repr(row["objective"]),
                                      "iterations": row["iterations"], "seconds": "%.6g" % row["seconds"],
-                                     "wall_seconds": "%.3f" % wall, "version": version(solver),
+                                     "wall_seconds": "%.3f" % wall, "cpu_seconds": "%.3f" % cpu, "version": version(solver),
                                      "note": row["note"]})
                     handle.flush()
                     print("peers:   %s %s s, objective %s" % (row["status"], row["seconds"], row["objective"]),
@@ -518,7 +515,7 @@ def table(results, infos):
         head = ["instance", "n", "m", "nnz(A)"]
         for _, label in present:
             head += ["%s %s" % (label, e) for e in eps_values]
-        head += ["objective", "rel. diff. %s" % eps_values[-1]]
+        head += ["objective"] + ["rel. diff. %s" % e for e in eps_values]
         out.append("| " + " | ".join(head) + " |")
         out.append("|" + "---|" * len(head))
         for _, _, name, n, m, nnz, _ in members:
@@ -531,10 +528,13 @@ def table(results, infos):
                       if rows.get((name, s, tight), {}).get("status") == "solved"]
             if solved:
                 reference = float(solved[0]["objective"])
-                diff = max(abs(float(r["objective"]) - reference) / (1 + abs(reference)) for r in solved)
-                line += ["%.7g (%s)" % (reference, solved[0]["solver"]), "%.1e" % diff]
+                line.append("%.7g (%s)" % (reference, solved[0]["solver"]))
+                for e in eps_values:  # the largest |f - f_ref| / (1 + |f_ref|) of the runs solved at e
+                    diffs = [abs(float(r["objective"]) - reference) / (1 + abs(reference))
+                             for r in (rows.get((name, s, e)) for s, _ in SOLVERS) if r and r["status"] == "solved"]
+                    line.append("%.1e" % max(diffs) if diffs else "-")
             else:
-                line += ["-", "-"]
+                line += ["-"] * (1 + len(eps_values))
             out.append("| " + " | ".join(str(x) for x in line) + " |")
         out.append("")
         tight = eps_values[-1]
