@@ -10,7 +10,7 @@ tables of the ladder.
     peers.py csdp FILE.dat-s EPS       runs csdp in a scratch folder
     peers.py korvex BIN FILE EPS MARLET LIMIT   runs korvex, prints one JSON result line
     peers.py run LIST --data DIR --korvex BIN [...]   the whole comparison, resumable
-    peers.py table RESULTS.csv INFO... the Markdown tables
+    peers.py table [--cpu] RESULTS.csv INFO...   the Markdown tables (--cpu: CPU times)
 
 Every solver is asked for the same thing: min c'x (the file's sense and constant put
 back on the objective it reports) with residuals and gap at most EPS in its own
@@ -235,12 +235,13 @@ def read_sdpa(path):
     """min c'y s.t. sum y_k F_k - F_0 psd, as G y + s = h with s the blocks stacked (full
     column-major matrices for CVXOPT's 's' cones, the diagonal blocks as 'l')."""
     with open(path) as handle:
-        tokens = [line for line in handle if not line.startswith(('"', "*"))]
-    words = re.split(r"[\s,(){}]+", " ".join(tokens).strip())
-    m, nblocks = int(words[0]), int(words[1])
-    sizes = [int(float(w)) for w in words[2:2 + nblocks]]
-    c = np.array([float(w) for w in words[2 + nblocks:2 + nblocks + m]])
-    entries = np.array(words[2 + nblocks + m:], dtype=float).reshape(-1, 5)
+        lines = [line for line in handle if line.strip() and not line.startswith(('"', "*"))]
+    # m and the number of blocks lead their lines, which may go on with text such as "=mdim"
+    m, nblocks = (int(re.match(r"[\s,(){}]*\+?(\d+)", line).group(1)) for line in lines[:2])
+    words = re.split(r"[\s,(){}]+", " ".join(lines[2:]).strip())
+    sizes = [int(float(w)) for w in words[:nblocks]]
+    c = np.array([float(w) for w in words[nblocks:nblocks + m]])
+    entries = np.array(words[nblocks + m:], dtype=float).reshape(-1, 5)
     # row offsets: diagonal blocks first ('l'), then the full matrices ('s')
     diagonal = [k for k, s in enumerate(sizes) if s < 0]
     full = [k for k, s in enumerate(sizes) if s > 0]
@@ -484,15 +485,21 @@ SOLVERS = [("korvex-standard", "korvex standard"), ("korvex-marlet", "korvex Mar
 PEERS = ("ecos", "csdp", "cvxopt")
 
 
-def cell(row):
+def seconds(row, measure):
+    """The time of a run: the solver's own (default), or the CPU time of its processes."""
+    value = row.get("cpu_seconds" if measure == "cpu" else "seconds") or "nan"
+    return float(value)
+
+
+def cell(row, measure):
     if row is None:
         return ""
     if row["status"] == "solved":
-        return "%.3g" % float(row["seconds"])
+        return "%.3g" % seconds(row, measure)
     return {"timeout": "timeout", "unsupported": "n/a", "memory": "memory"}.get(row["status"], row["status"])
 
 
-def table(results, infos):
+def table(results, infos, measure="solver"):
     import csv
     rows = {}
     with open(results) as handle:
@@ -521,7 +528,7 @@ def table(results, infos):
         for _, _, name, n, m, nnz, _ in members:
             line = [name, n, m, nnz]
             for solver, _ in present:
-                line += [cell(rows.get((name, solver, e))) for e in eps_values]
+                line += [cell(rows.get((name, solver, e)), measure) for e in eps_values]
             # reference: the first interior-point peer solved at the tightest eps, else korvex
             tight = eps_values[-1]
             solved = [rows[(name, s, tight)] for s in PEERS + ("korvex-marlet", "korvex-standard")
@@ -545,7 +552,7 @@ def table(results, infos):
             for index, member in enumerate(members):
                 def time_of(solver):
                     row = rows.get((member[2], solver, tight))
-                    return float(row["seconds"]) if row and row["status"] == "solved" else math.inf
+                    return seconds(row, measure) if row and row["status"] == "solved" else math.inf
                 ours = min(time_of("korvex-standard"), time_of("korvex-marlet"))
                 if ours < time_of(peer):
                     ahead = index if ahead is None else ahead
@@ -589,6 +596,8 @@ def main(argv):
         parser.add_argument("--mem-limit-gb", type=float, default=16)
         parser.add_argument("--redo", action="store_true")
         run(parser.parse_args(args))
+    elif command == "table" and len(args) >= 2 and args[0] == "--cpu":
+        table(args[1], args[2:], "cpu")
     elif command == "table" and len(args) >= 1:
         table(args[0], args[1:])
     else:
