@@ -8,6 +8,7 @@ tables of the ladder.
     peers.py ecos DIR EPS              runs ecos.R on DIR, prints one JSON result line
     peers.py cvxopt INPUT EPS          INPUT: a DIR made by convert, or an SDPA file
     peers.py csdp FILE.dat-s EPS       runs csdp in a scratch folder
+    peers.py check MANIFEST.tsv EPS    ECOS on the problem set's CBF files, against the references
     peers.py korvex BIN FILE EPS MARLET LIMIT   runs korvex, prints one JSON result line
     peers.py run LIST --data DIR --korvex BIN [...]   the whole comparison, resumable
     peers.py table [--cpu] RESULTS.csv INFO...   the Markdown tables (--cpu: CPU times)
@@ -130,35 +131,40 @@ CONE_GROUPS = {"L=": ("eq", "identity"), "L+": ("l", "identity"), "L-": ("l", "n
                "Q": ("q", "identity"), "QR": ("q", "rotated"), "EXP": ("e", "exp")}
 
 
-def cone_rows(cones):
-    """For a list of CBF cone blocks: for each output group (eq, l, q, e), the list of
-    (first row, size, map) where map turns the block's g into the group's rows."""
-    groups = {"eq": [], "l": [], "q": [], "e": []}
-    first = 0
-    for kind, size in cones:
-        if kind != "F":
-            if kind not in CONE_GROUPS:
-                raise ValueError("cone %s is not read here" % kind)
-            group, how = CONE_GROUPS[kind]
-            groups[group].append((first, size, how))
-        first += size
-    return groups
-
-
-def block_map(first, size, how, total):
-    """A sparse (size x total) matrix taking g to the block's rows in the peers' cone."""
-    rows = np.arange(size)
-    if how == "identity" or how == "negate":
-        cols, vals = first + rows, np.full(size, 1.0 if how == "identity" else -1.0)
-    elif how == "rotated":  # 2 g0 g1 >= |g2..|^2  <=>  ((g0 + g1)/r2, (g0 - g1)/r2, g2..) in Q
-        r2 = math.sqrt(2.0)
-        rows = np.concatenate([[0, 0, 1, 1], np.arange(2, size)])
-        cols = np.concatenate([[first, first + 1, first, first + 1], first + np.arange(2, size)])
-        vals = np.concatenate([[1 / r2, 1 / r2, 1 / r2, -1 / r2], np.ones(size - 2)])
-    else:  # exp: CBF (x1, x2, x3) -> ECOS (x3, x1, x2), triple by triple
-        base = first + (rows // 3) * 3
-        cols, vals = base + np.array([2, 0, 1])[rows % 3], np.ones(size)
-    return sp.csr_matrix((vals, (rows, cols)), shape=(size, total))
+def group_maps(cones, total):
+    """For CBF cone blocks over total rows of g: for each group of the peers' form (eq, l,
+    q, e) a sparse matrix T taking g to the group's rows, and the sizes of the q blocks.
+    Vectorised over blocks, since a file may hold millions of small cones."""
+    kinds = np.array([kind for kind, _ in cones] or [""], dtype=object)[:len(cones)]
+    unknown = set(kinds.tolist()) - set(CONE_GROUPS) - {"F"}
+    if unknown:
+        raise ValueError("cone %s is not read here" % sorted(unknown)[0])
+    sizes = np.array([size for _, size in cones], dtype=np.int64)
+    firsts = np.cumsum(sizes) - sizes
+    maps = {}
+    for group in ("eq", "l", "q", "e"):
+        mask = np.isin(kinds, [k for k, (g, _) in CONE_GROUPS.items() if g == group])
+        first, size, kind = firsts[mask], sizes[mask], kinds[mask]
+        count = int(size.sum())
+        starts = np.cumsum(size) - size  # where each block starts among the group's rows
+        rows = np.arange(count, dtype=np.int64)
+        cols = np.repeat(first, size) + rows - np.repeat(starts, size)
+        vals = np.where(np.repeat(kind == "L-", size), -1.0, 1.0)
+        if group == "e":  # CBF (x1, x2, x3) -> ECOS (x3, x1, x2), triple by triple
+            if np.any(size % 3):
+                raise ValueError("an EXP block whose size is not a multiple of 3")
+            within = rows % 3
+            cols = cols - within + np.array([2, 0, 1])[within]
+        rotated = kind == "QR"
+        if group == "q" and rotated.any():  # 2 g0 g1 >= |g2..|^2: ((g0 + g1)/r2, (g0 - g1)/r2, g2..) in Q
+            at, source = starts[rotated], first[rotated]
+            keep = ~np.isin(rows, np.concatenate([at, at + 1]))
+            r = np.full(at.size, 1 / math.sqrt(2.0))
+            rows = np.concatenate([rows[keep], at, at, at + 1, at + 1])
+            cols = np.concatenate([cols[keep], source, source + 1, source, source + 1])
+            vals = np.concatenate([vals[keep], r, r, r, -r])
+        maps[group] = (sp.csr_matrix((vals, (rows, cols)), shape=(count, total)), size.tolist())
+    return maps
 
 
 def convert(path, out):
@@ -167,20 +173,15 @@ def convert(path, out):
     n = problem.n
     i, j, v = problem.a
     a_con = sp.csr_matrix((v, (i, j)), shape=(problem.m, n))
-    eye = sp.identity(n, format="csr")
     parts = {"eq": [], "l": [], "q": [], "e": []}
     soc = []
-    for source, matrix, offset, cones in ((0, eye, np.zeros(n), problem.var_cones),
-                                          (1, a_con, problem.b, problem.con_cones)):
-        total = matrix.shape[0]
-        for group, blocks in cone_rows(cones).items():
-            for first, size, how in blocks:
-                t = block_map(first, size, how, total)
+    for matrix, offset, cones in ((sp.identity(n, format="csr"), np.zeros(n), problem.var_cones),
+                                  (a_con, problem.b, problem.con_cones)):
+        for group, (t, sizes) in group_maps(cones, matrix.shape[0]).items():
+            if t.shape[0] > 0:
                 parts[group].append((t @ matrix, t @ offset))
                 if group == "q":
-                    soc.append(size)
-                if group == "e" and size % 3:
-                    raise ValueError("an EXP block of %d rows" % size)
+                    soc += sizes
     os.makedirs(out, exist_ok=True)
 
     def stack(items):
@@ -478,6 +479,34 @@ def run(options):
                           flush=True)
 
 
+# --------------------------------------------------------------------------- conversion check
+
+
+def check(manifest, eps):
+    """Converts every second-order and exponential CBF file of the problem-set manifest and
+    solves it with ECOS: objectives that match the references confirm the conversion (cone
+    order, signs, the exponential triple's order) independently of korvex."""
+    base = os.path.dirname(os.path.abspath(manifest))
+    print("| file | ECOS status | objective | reference | rel. diff. |\n|---|---|---|---|---|")
+    with open(manifest) as handle, tempfile.TemporaryDirectory(prefix="ladder-check-") as scratch:
+        header = handle.readline().rstrip("\n").split("\t")
+        for line in handle:
+            row = dict(zip(header, line.rstrip("\n").split("\t")))
+            if row["family"] not in ("socp", "exp") or not row["file"].endswith(".cbf"):
+                continue
+            folder = os.path.join(scratch, os.path.basename(row["file"]))
+            convert(os.path.join(base, row["file"]), folder)
+            out = subprocess.run([sys.executable, __file__, "ecos", folder, str(eps)], capture_output=True, text=True)
+            result = json.loads(out.stdout.splitlines()[-1])
+            try:
+                reference = float(row["reference_objective"])
+                diff = "%.1e" % (abs(result["objective"] - reference) / (1 + abs(reference)))
+            except ValueError:
+                reference, diff = row["reference_objective"], "-"
+            print("| %s | %s | %.10g | %s | %s |" % (row["file"], result["status"], result["objective"], reference, diff),
+                  flush=True)
+
+
 # --------------------------------------------------------------------------- tables
 
 SOLVERS = [("korvex-standard", "korvex standard"), ("korvex-marlet", "korvex Marlet"), ("ecos", "ECOS"),
@@ -580,6 +609,8 @@ def main(argv):
         run_cvxopt(args[0], float(args[1]))
     elif command == "csdp" and len(args) == 2:
         run_csdp(args[0], float(args[1]))
+    elif command == "check" and len(args) == 2:
+        check(args[0], float(args[1]))
     elif command == "korvex" and len(args) == 5:
         run_korvex(args[0], args[1], float(args[2]), args[3] == "1", float(args[4]))
     elif command == "run":
