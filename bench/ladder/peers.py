@@ -285,7 +285,9 @@ def run_ecos(folder, eps):
     wall = time.monotonic() - started
     found = dict(re.findall(r"(\w+)=(\S+)", out.stdout))
     if out.returncode != 0 or "exitflag" not in found:
-        report("failed", seconds=wall, note=(out.stderr.strip().splitlines() or ["no output"])[-1][:120])
+        memory = re.search(r"cannot allocate|memory", out.stderr, re.I)
+        report("memory" if memory else "failed", seconds=wall,
+               note=(out.stderr.strip().splitlines() or ["no output"])[-1][:120])
         return
     flag = int(found["exitflag"])
     status = {0: "solved", 10: "inaccurate", 1: "infeasible", 2: "unbounded", 11: "infeasible", 12: "unbounded",
@@ -456,7 +458,9 @@ def run(options):
                         stdout, stderr = process.communicate(timeout=options.time_limit + 60)
                         lines = [l for l in stdout.splitlines() if l.startswith("{")]
                         row = json.loads(lines[-1]) if lines else {
-                            "status": "memory" if re.search(r"MemoryError|memory|alloc", stderr, re.I) else "failed",
+                            # out of the address-space cap, or past a 32-bit count of entries
+                            "status": "memory" if re.search(r"MemoryError|memory|alloc|INT_MAX", stderr, re.I)
+                            else "failed",
                             "objective": float("nan"), "seconds": float("nan"), "iterations": -1,
                             "note": (stderr.strip().splitlines() or ["exit %d" % process.returncode])[-1][:120]}
                     except subprocess.TimeoutExpired:
