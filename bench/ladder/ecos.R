@@ -22,10 +22,12 @@ matrix_of <- function(name, rows) {
 G <- matrix_of("G", meta$mG)
 A <- matrix_of("A", meta$mA)
 q <- if (length(meta$q) == 0) NULL else as.integer(meta$q)
+started <- proc.time()
 result <- ECOS_csolve(c = reals("c.bin"), G = G, h = reals("h.bin"),
                       dims = list(l = as.integer(meta$l), q = q, e = as.integer(meta$e)),
                       A = A, b = reals("b.bin"),
                       control = ecos.control(maxit = 500L, feastol = eps, reltol = eps, abstol = eps))
-cat(sprintf("exitflag=%d iter=%d pcost=%.17g dcost=%.17g runtime=%.6g\n", result$retcodes[["exitFlag"]],
+used <- proc.time() - started
+cat(sprintf("exitflag=%d iter=%d pcost=%.17g dcost=%.17g runtime=%.6g cpu=%.6g\n", result$retcodes[["exitFlag"]],
             result$retcodes[["iter"]], result$summary[["pcost"]], result$summary[["dcost"]],
-            result$timing[["runtime"]]))
+            result$timing[["runtime"]], used[["user.self"]] + used[["sys.self"]]))
