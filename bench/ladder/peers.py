@@ -272,6 +272,15 @@ def read_sdpa(path):
 # --------------------------------------------------------------------------- peers
 
 
+def timed_run(command, cwd=None):
+    """Runs a command to its end; its output and the CPU time of its processes."""
+    import resource
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    out = subprocess.run(command, cwd=cwd, capture_output=True, text=True)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return out, after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+
+
 def report(status, objective=float("nan"), seconds=float("nan"), iterations=-1, note="", cpu=None):
     """One result line; cpu, where given, is the CPU time of the solve alone, without the
     start of R or Python and the reading that the CPU time of the whole run includes."""
@@ -350,7 +359,7 @@ def run_csdp(path, eps):
         with open(os.path.join(scratch, "param.csdp"), "w") as handle:
             handle.write(CSDP_PARAMETERS.format(eps=eps))
         started = time.monotonic()
-        out = subprocess.run(["csdp", os.path.abspath(path)], cwd=scratch, capture_output=True, text=True)
+        out, cpu = timed_run(["csdp", os.path.abspath(path)], cwd=scratch)
         seconds = time.monotonic() - started
     # csdp: 0 solved, 1 primal infeasible, 2 dual infeasible, 3 partial success, 4 and up failures
     status = {0: "solved", 1: "infeasible", 2: "unbounded", 3: "inaccurate", 4: "iteration limit"}.get(
@@ -359,7 +368,8 @@ def run_csdp(path, eps):
     iterations = re.findall(r"Iter:\s*(\d+)", out.stdout)
     # CSDP maximises tr(F_0 X) over its primal; its dual min c'y is the file's SDPA objective
     report(status, float(found.group(1)) if found else float("nan"), seconds,
-           int(iterations[-1]) if iterations else -1, "return code %d (wall time, reading included)" % out.returncode)
+           int(iterations[-1]) if iterations else -1, "return code %d (wall time, reading included)" % out.returncode,
+           cpu)
 
 
 # --------------------------------------------------------------------------- korvex
@@ -369,7 +379,7 @@ def run_korvex(binary, path, eps, marlet, limit):
     """korvex's summary line: status, objective (the file's sense), setup and solve times."""
     command = [binary, "--verbose", "0", "--eps", str(eps), "--do_super_korvex", "1" if marlet else "0",
                "--max_iters", "100000000", "--time-limit", str(limit), path]
-    out = subprocess.run(command, capture_output=True, text=True)
+    out, cpu = timed_run(command)
     found = re.search(r"korvex: (\S+), objective (\S+) \((min|max)\), (-?\d+) iterations, read \S+s, "
                       r"setup (\S+)s, solve (\S+)s", out.stdout)
     if not found:
@@ -379,7 +389,7 @@ def run_korvex(binary, path, eps, marlet, limit):
     status = {"Solved": "solved", "Interrupted": "timeout", "Infeasible": "infeasible",
               "Unbounded": "unbounded"}.get(word, "inaccurate" if "Inaccurate" in word else "failed")
     seconds = float(found.group(5)) + float(found.group(6)) if status != "timeout" else float("nan")
-    report(status, float(found.group(2)), seconds, int(found.group(4)), word)
+    report(status, float(found.group(2)), seconds, int(found.group(4)), word, cpu)
 
 
 # --------------------------------------------------------------------------- the run
