@@ -593,6 +593,9 @@ def table(results, infos, measure="solver"):
         for peer in PEERS:
             if not any((i[2], peer, tight) in rows for i in members):
                 continue
+            if all(rows.get((i[2], peer, tight), {}).get("status") in (None, "unsupported") for i in members):
+                out.append("- %s: cannot state these problems." % dict(SOLVERS)[peer])
+                continue
             ahead = None
             for index, member in enumerate(members):
                 def time_of(solver):
