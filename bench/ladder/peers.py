@@ -598,6 +598,8 @@ def table(results, infos, measure="solver"):
                 continue
             ahead = None
             for index, member in enumerate(members):
+                if (member[2], peer, tight) not in rows:  # not measured: says nothing either way
+                    continue
                 def time_of(solver):
                     row = rows.get((member[2], solver, tight))
                     return seconds(row, measure) if row and row["status"] == "solved" else math.inf
