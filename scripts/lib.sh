@@ -9,6 +9,7 @@ KORVEX_PACKAGES=(
   cmake ninja-build g++ clang libclang-rt-14-dev
   libgtest-dev libbenchmark-dev
   libsuitesparse-dev libopenblas-dev zlib1g-dev
+  libfuzzer-14-dev valgrind
 )
 
 step() { printf '\n==> %s\n' "$*"; }
@@ -60,4 +61,10 @@ build_release() {
 build_sanitize() {
   CC=clang CXX=clang++ configure_and_build build/sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVEX_WERROR=ON \
     -DKORVEX_SANITIZE=ON
+}
+
+# The fuzz tree: the targets of tests/fuzz instrumented for libFuzzer (scripts/fuzz).
+build_fuzz() {
+  CC=clang CXX=clang++ configure_and_build build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVEX_WERROR=ON \
+    -DKORVEX_FUZZ=ON -DKORVEX_BUILD_TESTS=OFF
 }
