@@ -9,7 +9,8 @@
 #include "io/readers.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const std::string path = "/tmp/korvex-fuzz-" + std::to_string(getpid()) + ".cbf.gz";
+    static const std::string path = (access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") +
+                                    ("/korvex-fuzz-" + std::to_string(getpid()) + ".cbf.gz");
     std::FILE* file = std::fopen(path.c_str(), "wb");
     if (file == nullptr || std::fwrite(data, 1, size, file) != size || std::fclose(file) != 0) fuzz::broken("cannot write " + path);
     fuzz::readAndCheck([](std::string_view, const std::string& name) { return readProblemFile(name); }, {}, path);

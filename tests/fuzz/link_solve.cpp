@@ -90,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             arguments.setInteger(option.link_position, std::min(in.integer(), 10000));
         } else {
             const bool bounded = option.int_field == &Settings::max_iters || option.int_field == &Settings::memory;
-            arguments.setInteger(option.link_position, bounded ? std::min(in.integer(), 200) : in.integer());
+            arguments.setInteger(option.link_position, bounded ? std::min(in.integer(), 50) : in.integer());
         }
     }
     std::int32_t status = 12345;

@@ -31,7 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     double x[] = {-1.0}, b[] = {-1.0}, c[] = {1.0};
     SparseMatrix A{x, i, p, 1, 1};
     const Data problem{1, 1, &A, b, c, &settings};
-    const Cone cone{.linear_vars = 1};
+    Cone cone{};
+    cone.linear_vars = 1;
     korvex::validateProblem(&problem, &cone);
     return 0;
 }
