@@ -11,6 +11,7 @@ KORVEX_PACKAGES=(
   libsuitesparse-dev libopenblas-dev zlib1g-dev
   pkg-config help2man man-db groff-base
   pybind11-dev python3-dev python3-numpy python3-scipy python3-pytest python3-distributed
+  libfuzzer-14-dev valgrind
 )
 
 step() { printf '\n==> %s\n' "$*"; }
@@ -62,4 +63,10 @@ build_release() {
 build_sanitize() {
   CC=clang CXX=clang++ configure_and_build build/sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVEX_WERROR=ON \
     -DKORVEX_SANITIZE=ON
+}
+
+# The fuzz tree: the targets of tests/fuzz instrumented for libFuzzer (scripts/fuzz).
+build_fuzz() {
+  CC=clang CXX=clang++ configure_and_build build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVEX_WERROR=ON \
+    -DKORVEX_FUZZ=ON -DKORVEX_BUILD_TESTS=OFF
 }

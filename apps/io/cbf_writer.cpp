@@ -129,7 +129,8 @@ bool writeCbf(const ConicProblem& p, std::FILE* out) {
     powerTable("POW*CONES", dual_power);
 
     text += p.maximise ? "OBJSENSE\nMAX\n\n" : "OBJSENSE\nMIN\n\n";
-    text += "VAR\n" + std::to_string(p.n) + " 1\nF " + std::to_string(p.n) + "\n\n";
+    // No variables: no cone either, as a cone of dimension 0 would not read back.
+    text += p.n > 0 ? "VAR\n" + std::to_string(p.n) + " 1\nF " + std::to_string(p.n) + "\n\n" : "VAR\n0 0\n\n";
     if (!p.sd_sizes.empty()) {
         text += "PSDCON\n" + std::to_string(p.sd_sizes.size()) + "\n";
         for (std::int32_t side : p.sd_sizes) text += std::to_string(side) + "\n";

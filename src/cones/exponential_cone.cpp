@@ -41,7 +41,8 @@ double expCandidate(const double* v, double* cand, double rho) {
             z = t;
             break;
         }
-        if (std::fabs(h) < 1e-8 || step == 100) {
+        // A NaN h (a NaN in v) ends the search at once: no step would change w.
+        if (!(std::fabs(h) >= 1e-8) || step == 100) {
             z = w + t;
             break;
         }

@@ -12,7 +12,7 @@ namespace korvex {
 namespace {
 
 // Rows of a packed semidefinite block of side n, n(n+1)/2, halved in integer arithmetic.
-std::int64_t packedSize(std::int32_t side) { return static_cast<std::int64_t>(side) * (side + 1) / 2; }
+std::int64_t packedSize(std::int32_t side) { return static_cast<std::int64_t>(side) * (static_cast<std::int64_t>(side) + 1) / 2; }
 
 bool hasSocList(const Cone* cone) { return cone->soc_blks != 0 && cone->soc_sizes != nullptr; }
 bool hasSdList(const Cone* cone) { return cone->sd_blks != 0 && cone->sd_sizes != nullptr; }

@@ -1,14 +1,12 @@
 // The readers over the cases of tests/golden/io_reader_cases.txt: each case's problem in
 // the solver's form, or its "FILE:LINE: ..." message, kept in io_readers.txt. Every valid
-// case and example comes back the same from CBF; no truncated or mutated file makes a
-// reader do anything but read or refuse. The JSON, CSV and SVG writers: io_outputs.txt.
+// case and example comes back the same from CBF (arbitrary files: the reader targets of
+// tests/fuzz). The JSON, CSV and SVG writers: io_outputs.txt.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <filesystem>
 #include <limits>
-#include <random>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <tuple>
@@ -59,7 +57,7 @@ std::vector<ReaderCase> readerCases() {
     return cases;
 }
 
-// The reader cases, then the examples: the samples of the round trip and the fuzz.
+// The reader cases, then the examples: the samples of the round trip.
 std::vector<ReaderCase> samples() {
     std::vector<ReaderCase> samples = readerCases();
     for (const auto& path : std::set<std::filesystem::path>(std::filesystem::directory_iterator(KORVEX_EXAMPLES_DIR), {})) {
@@ -117,52 +115,9 @@ TEST(Readers, EveryCaseGivesItsProblemOrItsMessage) {
     expectGolden("io_readers.txt", transcript);
 }
 
-// A read must give compressed columns with rows in range and ascending and a cone that
-// covers exactly the m rows; a refusal must be a ReadError that names the file and a line.
-void readOrRefuse(Reader read, const std::string& text) {
-    static const std::regex kMessage("^fuzz(:[0-9]+)?: .+");
-    try {
-        const ConicProblem p = read(text, "fuzz");
-        ASSERT_TRUE(p.b.size() == static_cast<std::size_t>(p.m) && p.c.size() == static_cast<std::size_t>(p.n));
-        ASSERT_TRUE(p.column_starts.size() == p.c.size() + 1 && p.column_starts[0] == 0);
-        ASSERT_EQ(p.column_starts[p.n], static_cast<int>(p.values.size()));
-        for (int j = 0; j < p.n; ++j) {
-            ASSERT_LE(p.column_starts[j], p.column_starts[j + 1]);
-            for (int e = p.column_starts[j]; e < p.column_starts[j + 1]; ++e) {
-                ASSERT_TRUE(p.row_indices[e] >= 0 && p.row_indices[e] < p.m && std::isfinite(p.values[e]));
-                ASSERT_TRUE(e == p.column_starts[j] || p.row_indices[e - 1] < p.row_indices[e]);
-            }
-        }
-        Settings settings{};
-        ProblemRecords records(p, &settings);
-        EXPECT_EQ(coneTotalSize(&records.cone), p.m);
-    } catch (const ReadError& error) {
-        ASSERT_TRUE(std::regex_match(error.what(), kMessage)) << error.what();
-    }
-}
-
-TEST(Readers, EverySampleComesBackFromCbfAndEveryMutationIsReadOrRefused) {
-    // Mutations use bytes that matter to the readers: digits, signs, blanks, line ends,
-    // letters of the keywords, and a few that none of them expects.
-    const std::string alphabet = "0123456789-+.eE \t\n\r#*\"{},ACDEFGLNOPQRSUVX@:=\x01\xff";
-    std::mt19937 random(20261122);
-    CapturedOutput quiet(stderr);
+TEST(Readers, EverySampleComesBackFromCbf) {
     for (const ReaderCase& sample : samples()) {
         SCOPED_TRACE(sample.header);
-        for (std::size_t length = 0; length < sample.text.size(); ++length) readOrRefuse(sample.read, sample.text.substr(0, length));
-        for (int trial = 0; trial < 500; ++trial) {
-            std::string text = sample.text;
-            for (int edits = 1 + static_cast<int>(random() % 3); edits > 0 && !text.empty(); --edits) {
-                const std::size_t at = random() % text.size();
-                const char byte = alphabet[random() % alphabet.size()];
-                switch (random() % 3) {
-                    case 0: text[at] = byte; break;
-                    case 1: text.insert(at, 1, byte); break;
-                    default: text.erase(at, 1); break;
-                }
-            }
-            readOrRefuse(sample.read, text);
-        }
         // Scalar rows come back bit for bit; the off-diagonal rows of a matrix constraint
         // pass through a division and a product by sqrt 2. Without semidefinite rows a
         // second round gives the same text, but for the comment that names the source.
