@@ -113,11 +113,13 @@ void coldStart(Work* work) {
 
 // What both projection steps share, on t = M w (the weight is part of the system and is
 // not undone): correct the first l - 1 entries by h, solve with K, recover the last. The
-// passes are fused: the correction by t(l-1) h with the sum t'g; the correction by the
-// shift, the sign of the y block and the permutation into the solve's order; the
-// permutation back with the sum t'h. Each entry sees the operations of the separate
-// steps in their order; only the two sums are added in another order.
-int finishProjection(double* t, Work* work, int /*iteration*/) {
+// passes are fused: loading t (load(k) gives t[k] = M w at k) with the correction by
+// t(l-1) h and the sum t'g; the correction by the shift, the sign of the y block and the
+// permutation into the solve's order; the permutation back with the sum t'h. Each entry
+// sees the operations of the separate steps in their order; only the two sums are added
+// in another order.
+template <class Load>
+int projectFrom(double* t, Work* work, Load&& load) {
     Timer timer;
     startTimer(&timer);
     LinSysWork* lin_sys = work->lin_sys;
@@ -128,17 +130,18 @@ int finishProjection(double* t, Work* work, int /*iteration*/) {
     const int* P = lin_sys->perm.get();
     double* x = lin_sys->rhs_work.get();
 
-    const double last = t[N];
+    const double last = load(N);
+    t[N] = last;
     double s0 = 0.0, s1 = 0.0;
     int k = 0;
     for (; k + 2 <= N; k += 2) {
-        t[k] -= last * h[k];  // t -= t(l-1) h
-        t[k + 1] -= last * h[k + 1];
+        t[k] = load(k) - last * h[k];  // t -= t(l-1) h
+        t[k + 1] = load(k + 1) - last * h[k + 1];
         s0 += t[k] * g[k];
         s1 += t[k + 1] * g[k + 1];
     }
     for (; k < N; ++k) {
-        t[k] -= last * h[k];
+        t[k] = load(k) - last * h[k];
         s0 += t[k] * g[k];
     }
     const double shift = (s0 + s1) / (work->g_dot_h + 1.0);
@@ -262,18 +265,20 @@ int startVectors(const Data* data, Work* work, const Solution* solution) {
     return 0;
 }
 
-int projectLinSys(Work* work, int iteration) {
-    double* t = work->u_t.get();
-    combineVectors(t, work->u.get(), work->v.get(), 1.0, 1.0, work->l);  // t = u + v
-    scaleVector(t, work->settings->rho_x, work->n);
-    return finishProjection(t, work, iteration);
+int projectLinSys(Work* work, int /*iteration*/) {
+    const double* u = work->u.get();
+    const double* v = work->v.get();
+    const double rho_x = work->settings->rho_x;
+    const int n = work->n;
+    // t = u + v, its x block times rho_x
+    return projectFrom(work->u_t.get(), work, [&](int k) { return k < n ? (u[k] + v[k]) * rho_x : u[k] + v[k]; });
 }
 
-int projectLinSysv2(double* target, const double* source, Work* work, int iteration) {
+int projectLinSysv2(double* target, const double* source, Work* work, int /*iteration*/) {
+    const double rho_x = work->settings->rho_x;
     const int n = work->n;
-    if (target != source) copyValues(target + n, source + n, work->l - n);
-    scaleInto(target, source, work->settings->rho_x, n);
-    return finishProjection(target, work, iteration);
+    // t = source, its x block times rho_x; each entry is read before it is written
+    return projectFrom(target, work, [&](int k) { return k < n ? rho_x * source[k] : source[k]; });
 }
 
 char* linSysMethodText(const SparseMatrix* A) {
