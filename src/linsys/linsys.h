@@ -38,17 +38,18 @@ struct Scaling {
     double mean_col_norm;          // mean column norm of D^-1 A E^-1, before scale
 };
 
-// L again, grouped into supernodes: runs of consecutive columns f .. f + w - 1 in which
-// each column's pattern is the next column's plus that column itself. Such a run is one
-// dense panel, column-major with leading dimension w + r: its top w rows are the unit
+// L again, grouped into supernodes: runs of w >= 4 consecutive columns f .. f + w - 1 in
+// which each column's pattern is the next column's plus that column itself. Such a run is
+// one dense panel, column-major with leading dimension w + r: its top w rows are the unit
 // lower triangle of the run (entries on and above the diagonal unused), its bottom r rows
 // the rows below the run that all its columns share, listed once in rows. A solve then
 // loads an index per panel row instead of one per entry, and the arithmetic inside a
-// panel is dense.
+// panel is dense. Columns outside every run are read from L itself.
 struct Supernodes {
     int count;                                // number of supernodes
     int largest_below;                        // the largest r, the length of scratch
-    OwnedArray<int> first;                    // count + 1: first column of each supernode
+    OwnedArray<int> first;                    // count + 1: first column of each supernode, then N
+    OwnedArray<int> after;                    // count: one past the last column of each
     OwnedArray<int> row_start;                // count + 1: rows[row_start[s] ..) are its r rows
     OwnedArray<std::int64_t> value_start;     // count + 1: its panel starts at values[value_start[s]]
     OwnedArray<int> rows;                     // rows below each run, increasing
@@ -145,9 +146,9 @@ int symbolicStep(int N, const int* Cp, const int* Ci, int* Lp, int* parent, int*
 // array cannot be allocated (panels are then left empty).
 int buildSupernodes(LinSysWork* p);
 
-// x = L'^-1 D^-1 L^-1 x in elimination order, over the panels of sn (N entries, D the
-// pivots). Uses sn.scratch; allocates nothing.
-void solvePanels(const Supernodes& sn, const double* D, double* x);
+// x = L'^-1 D^-1 L^-1 x in elimination order, over the panels of sn and the other columns
+// of L (N entries, D the pivots). Uses sn.scratch; allocates nothing.
+void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x);
 
 // L D L' = C, one row of L at a time, polling the interrupt flag before each row.
 // Lnz is the fill cursor (refilled from 0), Y an accumulator of N zeros that is left

@@ -150,7 +150,7 @@ int projectFrom(double* t, Work* work, Load&& load) {
         const double corrected = t[at] - shift * h[at];  // t -= (t'g / (g'h + 1)) h
         x[k] = at < n ? corrected : corrected * -1.0;    // y block negated
     }
-    solvePanels(lin_sys->panels, lin_sys->diag.get(), x);  // initPriv made the panels
+    solvePanels(lin_sys->panels, lin_sys->L, lin_sys->diag.get(), x);  // initPriv made the panels
     double d0 = 0.0, d1 = 0.0;
     for (k = 0; k + 2 <= N; k += 2) {
         t[P[k]] = x[k];
@@ -188,7 +188,7 @@ int solveWithFactors(const SparseMatrix* /*A*/, const Settings* /*settings*/, Li
     // with the division by the pivot folded into the forward pass.
     for (int k = 0; k < N; ++k) x[k] = rhs[P[k]];
     if (lin_sys->panels.first) {
-        solvePanels(lin_sys->panels, D, x);
+        solvePanels(lin_sys->panels, L, D, x);
     } else {
         for (int j = 0; j < N; ++j) {
             const double xj = x[j];
