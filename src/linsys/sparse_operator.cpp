@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kernels/kernels.h"
 #include "linsys/linsys.h"
 #include "reporting/threads.h"
 
@@ -29,23 +30,6 @@ void multiplyAddAt(const SparseMatrix* A, const double* x, double* y) {
     }
 }
 
-namespace {
-
-// sum of value[k] x[index[k]] for k in [begin, end), four running sums.
-inline double gatherSum(const double* value, const int* index, const double* x, int begin, int end) {
-    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
-    int q = begin;
-    for (; q + 4 <= end; q += 4) {
-        s0 += value[q] * x[index[q]];
-        s1 += value[q + 1] * x[index[q + 1]];
-        s2 += value[q + 2] * x[index[q + 2]];
-        s3 += value[q + 3] * x[index[q + 3]];
-    }
-    for (; q < end; ++q) s0 += value[q] * x[index[q]];
-    return (s0 + s1) + (s2 + s3);
-}
-
-}  // namespace
 
 int buildRowCopy(const SparseMatrix* A, RowCopy* rows) {
     const int m = A->m;
@@ -97,7 +81,7 @@ void productA(const RowCopy* rows, const double* x, double* y) {
     const int* column = rows->column.get();
     const double* value = rows->value.get();
     splitByEntries(start, rows->m, [&](int begin, int end) {
-        for (int i = begin; i < end; ++i) y[i] = gatherSum(value, column, x, start[i], start[i + 1]);
+        for (int i = begin; i < end; ++i) y[i] = gatherDot(value + start[i], column + start[i], x, start[i + 1] - start[i]);
     });
 }
 
@@ -106,7 +90,7 @@ void productAt(const SparseMatrix* A, const double* x, double* y) {
     const int* Ai = A->i;
     const double* Ax = A->x;
     splitByEntries(Ap, A->n, [&](int begin, int end) {
-        for (int j = begin; j < end; ++j) y[j] = gatherSum(Ax, Ai, x, Ap[j], Ap[j + 1]);
+        for (int j = begin; j < end; ++j) y[j] = gatherDot(Ax + Ap[j], Ai + Ap[j], x, Ap[j + 1] - Ap[j]);
     });
 }
 

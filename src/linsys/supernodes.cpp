@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kernels/kernels.h"
 #include "linsys/linsys.h"
 
 // Dense kernels of OpenBLAS for the wide panels, through their Fortran symbols: every
@@ -75,20 +76,6 @@ inline double panelDot(const double* a, const double* b, int count) {
         s3 += a[k + 3] * b[k + 3];
     }
     for (; k < count; ++k) s0 += a[k] * b[k];
-    return (s0 + s1) + (s2 + s3);
-}
-
-// sum of a[k] x[rows[k]], four running sums combined at the end.
-inline double gatherDot(const double* a, const double* x, const int* rows, int count) {
-    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
-    int k = 0;
-    for (; k + 4 <= count; k += 4) {
-        s0 += a[k] * x[rows[k]];
-        s1 += a[k + 1] * x[rows[k + 1]];
-        s2 += a[k + 2] * x[rows[k + 2]];
-        s3 += a[k + 3] * x[rows[k + 3]];
-    }
-    for (; k < count; ++k) s0 += a[k] * x[rows[k]];
     return (s0 + s1) + (s2 + s3);
 }
 
@@ -219,7 +206,7 @@ void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) 
     j = L->n - 1;
     for (int s = sn.count - 1; s >= -1; --s) {
         const int end = s >= 0 ? sn.after[s] : 0;
-        for (; j >= end; --j) x[j] -= gatherDot(Lx + Lp[j], x, Li + Lp[j], Lp[j + 1] - Lp[j]);
+        for (; j >= end; --j) x[j] -= gatherDot(Lx + Lp[j], Li + Lp[j], x, Lp[j + 1] - Lp[j]);
         if (s < 0) break;
         const int f = sn.first[s];
         const int* rows = rows_all + sn.row_start[s];
