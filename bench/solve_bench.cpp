@@ -76,10 +76,12 @@ bool start(Subject& s, const Data* data, const Cone* cone) {
     const double bytes = 2 * 12.0 * L->p[L->n] + 2 * 12.0 * nnz_A + 10 * 8.0 * s.work->l;
     s.stream.assign(static_cast<std::size_t>(bytes / 8), 1);
     const Supernodes& panels = s.work->lin_sys->panels;
-    std::printf("%-18s n = %7d, m = %7d, nnz(A) = %8.0f, nnz(L) = %9d, bound bytes %.1f MB, %d supernodes "
-                "(%.2f columns each)\n",
+    long long in_panels = 0;  // entries of L inside panels
+    for (int k = 0; k < panels.count; ++k) in_panels += L->p[panels.after[k]] - L->p[panels.first[k]];
+    std::printf("%-18s n = %7d, m = %7d, nnz(A) = %8.0f, nnz(L) = %9d, bound bytes %.1f MB, %d panels holding "
+                "%.0f %% of L\n",
                 s.name.c_str(), s.work->n, s.work->m, nnz_A, L->p[L->n], bytes / 1e6, panels.count,
-                static_cast<double>(L->n) / std::max(panels.count, 1));
+                100.0 * in_panels / std::max(L->p[L->n], 1));
     return true;
 }
 
