@@ -22,6 +22,7 @@ public:
             if (median || times_.count(name) == 0 || !has_median_[name]) {
                 times_[name] = run.GetAdjustedRealTime();
                 times_ns_[name] = run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit) * 1e9;
+                cpu_ns_[name] = run.GetAdjustedCPUTime() / benchmark::GetTimeUnitMultiplier(run.time_unit) * 1e9;
                 unit_[name] = benchmark::GetTimeUnitString(run.time_unit);
                 has_median_[name] = has_median_[name] || median;
             }
@@ -29,15 +30,18 @@ public:
     }
     std::map<std::string, double> times_;
     std::map<std::string, double> times_ns_;
+    std::map<std::string, double> cpu_ns_;
     std::map<std::string, std::string> unit_;
     std::map<std::string, bool> has_median_;
 };
 
 std::map<std::string, double> last_times_ns;
+std::map<std::string, double> last_cpu_ns;
 
 }  // namespace
 
 const std::map<std::string, double>& benchmarkTimesNs() { return last_times_ns; }
+const std::map<std::string, double>& benchmarkCpuTimesNs() { return last_cpu_ns; }
 
 int runBenchmarksWithRatios(int argc, char** argv, const char* title) {
     benchmark::Initialize(&argc, argv);
@@ -46,6 +50,7 @@ int runBenchmarksWithRatios(int argc, char** argv, const char* title) {
     benchmark::RunSpecifiedBenchmarks(&collector);
     benchmark::Shutdown();
     last_times_ns = collector.times_ns_;
+    last_cpu_ns = collector.cpu_ns_;
 
     std::printf("\n%s\n%-44s %14s %14s %12s %12s\n", title, "subject", "ours", "reference", "time ratio",
                 "throughput");

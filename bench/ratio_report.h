@@ -13,3 +13,7 @@ int runBenchmarksWithRatios(int argc, char** argv, const char* title);
 // The time per iteration of every run of the last runBenchmarksWithRatios, in
 // nanoseconds (the median where there were repetitions), by run name.
 const std::map<std::string, double>& benchmarkTimesNs();
+
+// The same for the CPU time of the benchmark's thread: on a loaded machine the fairer
+// figure for work on one thread.
+const std::map<std::string, double>& benchmarkCpuTimesNs();

@@ -30,6 +30,7 @@
 #include "io/readers.h"
 #include "io/text_input.h"
 #include "reporting/allocation.h"
+#include "reporting/threads.h"
 #include "reporting/timing.h"
 
 using namespace korvex;
@@ -62,6 +63,7 @@ const char kUsage[] =
     "  --no-solve              read (and write) the problem, print its size, do not solve\n"
     "  --time-limit SECONDS    interrupt the solve after this long\n"
     "  --blas-threads N        BLAS threads (default 1, so that runs are reproducible)\n"
+    "  --threads N             solver threads (default KORVEX_THREADS or every core; same bits)\n"
     "  --settings-markdown     the option arguments of the host link as a Markdown table\n"
     "\n"
     "Settings of the solver, as --NAME VALUE, --NAME=VALUE, or with '-' for '_':\n";
@@ -78,6 +80,7 @@ struct CommandLine {
     FileFormat format = FileFormat::Unknown;
     double time_limit = 0.0;
     int blas_threads = 1;
+    int threads = 0;  // 0: KORVEX_THREADS or the cores of the process
     std::string solution_path, history_path, plot_path, cbf_path;
     bool no_solve = false, help = false, version = false, markdown = false;
 };
@@ -151,6 +154,12 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
                 return "--blas-threads takes a whole number from 1 to 1024, not '" + value + "'";
             }
             line->blas_threads = static_cast<int>(threads);
+        } else if (name == "threads") {
+            std::int64_t threads;
+            if (!parseInteger(value, &threads) || threads < 1 || threads > 1024) {
+                return "--threads takes a whole number from 1 to 1024, not '" + value + "'";
+            }
+            line->threads = static_cast<int>(threads);
         } else {
             int done = applySetting(&line->settings, name, value, &error);
             if (done < 0) return error;
@@ -230,6 +239,7 @@ int run(const CommandLine& line) {
         return kExitUsage;
     }
     setBlasThreads(line.blas_threads);
+    setThreadCount(line.threads);
 
     Timer read_timer;
     startTimer(&read_timer);

@@ -4,6 +4,7 @@
 
 #include "cones/cones.h"
 #include "kernels/kernels.h"
+#include "reporting/threads.h"
 #include "reporting/timing.h"
 
 namespace korvex {
@@ -50,6 +51,23 @@ void projectPowerBlock(double* v, double a) {
     for (int j = 0; j < 3; ++j) v[j] = v[j] + w[j];
 }
 
+// At most this many tasks share the second-order blocks of one projection.
+constexpr int kMaxTasks = 64;
+
+// Runs body(begin, end) over [0, count) in equal runs of triples, on the solve's threads.
+template <class Body>
+void forEachRun(int count, Body&& body) {
+    const int tasks = taskCountFor(count, 256, threadCount());
+    if (tasks <= 1) {
+        body(0, count);
+        return;
+    }
+    forEachTask(tasks, [&](int t) {
+        body(static_cast<int>(static_cast<long long>(count) * t / tasks),
+             static_cast<int>(static_cast<long long>(count) * (t + 1) / tasks));
+    });
+}
+
 }  // namespace
 
 int projectToDualCone(double* x, const Cone* cone, ConeWork* coneWork) {
@@ -67,15 +85,47 @@ int projectToDualCone(double* x, const Cone* cone, ConeWork* coneWork) {
     }
 
     if (cone->soc_blks != 0 && cone->soc_sizes != nullptr) {
-        for (int b = 0; b < cone->soc_blks; ++b) {
-            const int k = cone->soc_sizes[b];
-            if (k == 1) {
-                if (x[pos] < 0.0) x[pos] = 0.0;
-            } else if (k >= 2) {
-                projectSecondOrderBlock(x + pos, k);
+        // Blocks are independent: tasks take runs of whole blocks of about equal rows.
+        const int* sizes = cone->soc_sizes;
+        const int blocks = cone->soc_blks;
+        long long rows = 0;
+        for (int b = 0; b < blocks; ++b) rows += sizes[b] > 0 ? sizes[b] : 0;
+        const int tasks = taskCountFor(rows, 4096, threadCount());
+        auto project = [&](int first, int last, int at) {
+            for (int b = first; b < last; ++b) {
+                const int k = sizes[b];
+                if (k == 1) {
+                    if (x[at] < 0.0) x[at] = 0.0;
+                } else if (k >= 2) {
+                    projectSecondOrderBlock(x + at, k);
+                }
+                at += k > 0 ? k : 0;
             }
-            pos += k;
+        };
+        if (tasks <= 1) {
+            project(0, blocks, pos);
+        } else {
+            // first block and row of each task, from one pass over the sizes
+            int first[kMaxTasks + 1];
+            int at[kMaxTasks + 1];
+            const int count = tasks < kMaxTasks ? tasks : kMaxTasks;
+            int task = 0;
+            long long seen = 0;
+            for (int b = 0; b < blocks && task < count; ++b) {
+                if (seen * count >= rows * task) {
+                    first[task] = b;
+                    at[task] = pos + static_cast<int>(seen);
+                    ++task;
+                }
+                seen += sizes[b] > 0 ? sizes[b] : 0;
+            }
+            for (; task <= count; ++task) {
+                first[task] = blocks;
+                at[task] = pos + static_cast<int>(rows);
+            }
+            forEachTask(count, [&](int t) { project(first[t], first[t + 1], at[t]); });
         }
+        pos += static_cast<int>(rows);
     }
 
     if (cone->sd_blks != 0 && cone->sd_sizes != nullptr) {
@@ -88,19 +138,28 @@ int projectToDualCone(double* x, const Cone* cone, ConeWork* coneWork) {
         }
     }
 
+    // Triples are independent: tasks take equal runs of them.
     if (cone->exp_triples != 0) {
-        projectPrimalExpTriples(x + pos, cone->exp_triples);
+        double* at = x + pos;
+        forEachRun(cone->exp_triples, [&](int k, int end) { projectPrimalExpTriples(at + 3 * k, end - k); });
         pos += 3 * cone->exp_triples;
     }
 
     // The dual of the dual exponential cone is the exponential cone itself.
     if (cone->dual_exp_triples != 0) {
-        for (int k = 0; k < cone->dual_exp_triples; ++k) projectExpTriple(x + pos + 3 * k);
+        double* at = x + pos;
+        forEachRun(cone->dual_exp_triples, [&](int k, int end) {
+            for (; k < end; ++k) projectExpTriple(at + 3 * k);
+        });
         pos += 3 * cone->dual_exp_triples;
     }
 
     if (cone->power_triples != 0 && cone->power_exponents != nullptr) {
-        for (int k = 0; k < cone->power_triples; ++k) projectPowerBlock(x + pos + 3 * k, cone->power_exponents[k]);
+        double* at = x + pos;
+        const double* exponents = cone->power_exponents;
+        forEachRun(cone->power_triples, [&](int k, int end) {
+            for (; k < end; ++k) projectPowerBlock(at + 3 * k, exponents[k]);
+        });
     }
 
     coneWork->projection_time_ms += readTimer(&timer);

@@ -78,11 +78,10 @@ void computeResidualsStandard(Work* work, Residuals* r, int iter) {
     r->kap = std::fabs(work->v[l - 1]) / units.fbc;
 
     // pr = A x + s; P = |pr|, P_res = |pr - tau b|, both weighted by D / fb.
-    std::memset(pr, 0, sizeof(double) * m);
-    multiplyAddA(work->A, x, pr);
-    addVector(pr, s, m);
+    productA(&work->lin_sys->rows_of_A, x, pr);
     double P = 0.0, P_res = 0.0;
     for (int i = 0; i < m; ++i) {
+        pr[i] += s[i];
         const double w = units.row(i) / units.fb;
         P += w * w * pr[i] * pr[i];
         const double e = pr[i] - tau * b[i];
@@ -92,8 +91,7 @@ void computeResidualsStandard(Work* work, Residuals* r, int iter) {
     P_res = std::sqrt(P_res);
 
     // dr = A'y; Q = |dr|, Q_res = |dr + tau c|, both weighted by E / fc.
-    std::memset(dr, 0, sizeof(double) * n);
-    multiplyAddAt(work->A, y, dr);
+    productAt(work->A, y, dr);
     double Q = 0.0, Q_res = 0.0;
     for (int j = 0; j < n; ++j) {
         const double w = units.col(j) / units.fc;
@@ -131,14 +129,12 @@ void computeResidualsMarlet(Work* work, Residuals* r, int iter) {
     r->tau = tau;
     r->kap = work->kappa_b;
 
-    std::memset(pr, 0, sizeof(double) * m);
-    multiplyAddA(work->A, x, pr);
+    productA(&work->lin_sys->rows_of_A, x, pr);
     addVector(pr, s, m);
     const double P = weightedNorm(pr, units.D, m);
     addScaledVector(pr, b, m, -tau);
 
-    std::memset(dr, 0, sizeof(double) * n);
-    multiplyAddAt(work->A, y, dr);
+    productAt(work->A, y, dr);
     const double Q = weightedNorm(dr, units.E, n);
     addScaledVector(dr, c, n, tau);
 

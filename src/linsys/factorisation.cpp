@@ -189,7 +189,8 @@ int factoriseSystem(const cs* C, LinSysWork* p) {
 
     const int result = numericStep(N, C, L->p, parent.get(), Lnz.get(), L->i, L->x, p->diag.get(), Y.get(),
                                    pattern.get(), flag.get());
-    return result - N;
+    if (result != N) return result - N;
+    return buildSupernodes(p) == 0 ? 0 : -1;
 }
 
 LinSysWork* initPriv(const SparseMatrix* A, const Settings* settings) {
@@ -213,6 +214,7 @@ LinSysWork* initPriv(const SparseMatrix* A, const Settings* settings) {
     CsMatrix C(cs_symperm(K.get(), inverse.get(), 1));  // upper triangle of P K P'
     if (!C) return nullptr;
     if (factoriseSystem(C.get(), p.get()) != 0) return nullptr;
+    if (buildRowCopy(A, &p->rows_of_A) != 0) return nullptr;
 
     p->solve_time_ms = 0.0;
     return p.release();

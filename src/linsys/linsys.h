@@ -38,6 +38,35 @@ struct Scaling {
     double mean_col_norm;          // mean column norm of D^-1 A E^-1, before scale
 };
 
+// L again, grouped into supernodes: runs of w >= 4 consecutive columns f .. f + w - 1 in
+// which each column's pattern is the next column's plus that column itself. Such a run is
+// one dense panel, column-major with leading dimension w + r: its top w rows are the unit
+// lower triangle of the run (entries on and above the diagonal unused), its bottom r rows
+// the rows below the run that all its columns share, listed once in rows. A solve then
+// loads an index per panel row instead of one per entry, and the arithmetic inside a
+// panel is dense. Columns outside every run are read from L itself.
+struct Supernodes {
+    int count;                                // number of supernodes
+    int largest_below;                        // the largest r, the length of scratch
+    OwnedArray<int> first;                    // count + 1: first column of each supernode, then N
+    OwnedArray<int> after;                    // count: one past the last column of each
+    OwnedArray<int> row_start;                // count + 1: rows[row_start[s] ..) are its r rows
+    OwnedArray<std::int64_t> value_start;     // count + 1: its panel starts at values[value_start[s]]
+    OwnedArray<int> rows;                     // rows below each run, increasing
+    OwnedArray<double> values;                // the panels
+    OwnedArray<double> scratch;               // largest_below: gathered or accumulated panel rows
+};
+
+// A by rows (compressed rows, entries of a row in increasing column order): what makes
+// A x a gather, one sum per row, like A' y over the columns of A. Its memory is that of A
+// again: 12 bytes an entry and 4 a row.
+struct RowCopy {
+    int m;                   // rows
+    OwnedArray<int> start;   // m + 1: row i holds entries start[i] .. start[i+1] - 1
+    OwnedArray<int> column;  // column of each entry
+    OwnedArray<double> value;
+};
+
 // The factorisation P K P' = L D L' of one solve (perm gives P), and the scratch of a
 // solve with it. L is a cs record in layout, made and released by this library's
 // allocator: column j holds L(k, j) for k > j in increasing k, the unit diagonal is not
@@ -47,6 +76,8 @@ struct LinSysWork {
     OwnedArray<double> diag;      // N: the pivots, the diagonal of D itself
     OwnedArray<int> perm;         // N: perm[k] is the row and column of K eliminated k-th
     OwnedArray<double> rhs_work;  // N: scratch of solveWithFactors
+    Supernodes panels;            // L by supernodes, what solves read; made with L
+    RowCopy rows_of_A;            // the A of the solve by rows, for products A x as gathers
     double solve_time_ms;         // milliseconds in solves since set-up or the last summary
     long long solve_count;        // solves since set-up: what an iteration's steps cost, for the curious
     ~LinSysWork();                // releases L
@@ -60,6 +91,18 @@ void multiplyAddA(const SparseMatrix* A, const double* x, double* y);
 // y += A' x; each y[j] is one sum that starts from its present value and adds the
 // terms of column j in stored order. x has m entries, y has n.
 void multiplyAddAt(const SparseMatrix* A, const double* x, double* y);
+
+// Fills rows with A by rows. Returns 0, or -1 when an array cannot be allocated.
+int buildRowCopy(const SparseMatrix* A, RowCopy* rows);
+
+// y = A x from the row copy of A: each y[i] is one gather over row i with several running
+// sums, so a block of rows is independent of every other. Rows are split into fixed
+// blocks that run on the solve's threads; the partition does not depend on their number.
+void productA(const RowCopy* rows, const double* x, double* y);
+
+// y = A' x: each y[j] one gather over column j with several running sums, columns in
+// fixed blocks as in productA.
+void productAt(const SparseMatrix* A, const double* x, double* y);
 
 // A deep copy of source (record and three arrays), or null on allocation failure.
 SparseMatrix* copyMatrix(const SparseMatrix* source);
@@ -89,7 +132,7 @@ void releasePriv(LinSysWork* p);
 cs* assembleSystemMatrix(const SparseMatrix* A, const Settings* settings);
 
 // Factorises C, the upper triangle of P K P' in elimination order, into p->L (made when
-// null) and p->diag. Returns 0; -1 when an array cannot be allocated or L would exceed 32-bit
+// null), p->diag and p->panels. Returns 0; -1 when an array cannot be allocated or L would exceed 32-bit
 // indices; k - N for an exact zero pivot at row k; -1 - N after an interrupt.
 int factoriseSystem(const cs* C, LinSysWork* p);
 
@@ -98,6 +141,14 @@ int factoriseSystem(const cs* C, LinSysWork* p);
 // pointers) and uses flag as visit marks. Returns 0, or -1 when Lp[N] would exceed
 // INT_MAX (Lp is then not filled).
 int symbolicStep(int N, const int* Cp, const int* Ci, int* Lp, int* parent, int* Lnz, int* flag);
+
+// Fills p->panels from p->L (which holds a complete factor). Returns 0, or -1 when an
+// array cannot be allocated (panels are then left empty).
+int buildSupernodes(LinSysWork* p);
+
+// x = L'^-1 D^-1 L^-1 x in elimination order, over the panels of sn and the other columns
+// of L (N entries, D the pivots). Uses sn.scratch; allocates nothing.
+void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x);
 
 // L D L' = C, one row of L at a time, polling the interrupt flag before each row.
 // Lnz is the fill cursor (refilled from 0), Y an accumulator of N zeros that is left

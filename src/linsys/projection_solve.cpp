@@ -112,17 +112,60 @@ void coldStart(Work* work) {
 }
 
 // What both projection steps share, on t = M w (the weight is part of the system and is
-// not undone): correct the first l - 1 entries by h, solve with K, recover the last.
-int finishProjection(double* t, Work* work, int iteration) {
-    const int N = work->n + work->m;
+// not undone): correct the first l - 1 entries by h, solve with K, recover the last. The
+// passes are fused: loading t (load(k) gives t[k] = M w at k) with the correction by
+// t(l-1) h and the sum t'g; the correction by the shift, the sign of the y block and the
+// permutation into the solve's order; the permutation back with the sum t'h. Each entry
+// sees the operations of the separate steps in their order; only the two sums are added
+// in another order.
+template <class Load>
+int projectFrom(double* t, Work* work, Load&& load) {
+    Timer timer;
+    startTimer(&timer);
+    LinSysWork* lin_sys = work->lin_sys;
+    const int n = work->n;
+    const int N = n + work->m;
     const double* h = work->h.get();
-    addScaledVector(t, h, N, -t[N]);                                   // t -= t(l-1) h
-    const double shift = dotProduct(t, work->g.get(), N) / (work->g_dot_h + 1.0);
-    addScaledVector(t, h, N, -shift);                                  // t -= (t'g / (g'h + 1)) h
-    scaleVector(t + work->n, -1.0, work->m);
-    const int result = solveWithFactors(work->A, work->settings, work->lin_sys, t, nullptr, iteration);
-    t[N] += dotProduct(t, h, N);
-    return result;
+    const double* g = work->g.get();
+    const int* P = lin_sys->perm.get();
+    double* x = lin_sys->rhs_work.get();
+
+    const double last = load(N);
+    t[N] = last;
+    double s0 = 0.0, s1 = 0.0;
+    int k = 0;
+    for (; k + 2 <= N; k += 2) {
+        t[k] = load(k) - last * h[k];  // t -= t(l-1) h
+        t[k + 1] = load(k + 1) - last * h[k + 1];
+        s0 += t[k] * g[k];
+        s1 += t[k + 1] * g[k + 1];
+    }
+    for (; k < N; ++k) {
+        t[k] = load(k) - last * h[k];
+        s0 += t[k] * g[k];
+    }
+    const double shift = (s0 + s1) / (work->g_dot_h + 1.0);
+    for (k = 0; k < N; ++k) {
+        const int at = P[k];
+        const double corrected = t[at] - shift * h[at];  // t -= (t'g / (g'h + 1)) h
+        x[k] = at < n ? corrected : corrected * -1.0;    // y block negated
+    }
+    solvePanels(lin_sys->panels, lin_sys->L, lin_sys->diag.get(), x);  // initPriv made the panels
+    double d0 = 0.0, d1 = 0.0;
+    for (k = 0; k + 2 <= N; k += 2) {
+        t[P[k]] = x[k];
+        t[P[k + 1]] = x[k + 1];
+        d0 += x[k] * h[P[k]];
+        d1 += x[k + 1] * h[P[k + 1]];
+    }
+    for (; k < N; ++k) {
+        t[P[k]] = x[k];
+        d0 += x[k] * h[P[k]];
+    }
+    t[N] += d0 + d1;
+    lin_sys->solve_time_ms += readTimer(&timer);
+    ++lin_sys->solve_count;
+    return 0;
 }
 
 }  // namespace
@@ -140,23 +183,25 @@ int solveWithFactors(const SparseMatrix* /*A*/, const Settings* /*settings*/, Li
     const int* P = lin_sys->perm.get();
     double* x = lin_sys->rhs_work.get();
 
-    // x = P rhs; x = L^-1 x; x = D^-1 x; x = L'^-1 x; rhs = P' x. The division by the
-    // pivot is folded into the forward pass and the permutation back into the backward
-    // pass: x(j) is final when a pass reaches column j, and no later column of the same
-    // pass writes it, so every entry sees the same operations in the same order as it
-    // would in five separate passes, and the result has the same bits.
+    // x = P rhs; x = L'^-1 D^-1 L^-1 x over the supernodes of L; rhs = P' x. A factor
+    // made outside factoriseSystem may come without panels: then the columns of L serve,
+    // with the division by the pivot folded into the forward pass.
     for (int k = 0; k < N; ++k) x[k] = rhs[P[k]];
-    for (int j = 0; j < N; ++j) {
-        const double xj = x[j];
-        for (int q = Lp[j]; q < Lp[j + 1]; ++q) x[Li[q]] -= Lx[q] * xj;  // x -= L(:,j) x(j)
-        x[j] = xj / D[j];
+    if (lin_sys->panels.first) {
+        solvePanels(lin_sys->panels, L, D, x);
+    } else {
+        for (int j = 0; j < N; ++j) {
+            const double xj = x[j];
+            for (int q = Lp[j]; q < Lp[j + 1]; ++q) x[Li[q]] -= Lx[q] * xj;  // x -= L(:,j) x(j)
+            x[j] = xj / D[j];
+        }
+        for (int j = N - 1; j >= 0; --j) {
+            double xj = x[j];
+            for (int q = Lp[j]; q < Lp[j + 1]; ++q) xj -= Lx[q] * x[Li[q]];  // x(j) -= L(:,j)' x
+            x[j] = xj;
+        }
     }
-    for (int j = N - 1; j >= 0; --j) {
-        double xj = x[j];
-        for (int q = Lp[j]; q < Lp[j + 1]; ++q) xj -= Lx[q] * x[Li[q]];  // x(j) -= L(:,j)' x
-        x[j] = xj;
-        rhs[P[j]] = xj;
-    }
+    for (int k = 0; k < N; ++k) rhs[P[k]] = x[k];
 
     lin_sys->solve_time_ms += readTimer(&timer);
     ++lin_sys->solve_count;
@@ -220,18 +265,20 @@ int startVectors(const Data* data, Work* work, const Solution* solution) {
     return 0;
 }
 
-int projectLinSys(Work* work, int iteration) {
-    double* t = work->u_t.get();
-    combineVectors(t, work->u.get(), work->v.get(), 1.0, 1.0, work->l);  // t = u + v
-    scaleVector(t, work->settings->rho_x, work->n);
-    return finishProjection(t, work, iteration);
+int projectLinSys(Work* work, int /*iteration*/) {
+    const double* u = work->u.get();
+    const double* v = work->v.get();
+    const double rho_x = work->settings->rho_x;
+    const int n = work->n;
+    // t = u + v, its x block times rho_x
+    return projectFrom(work->u_t.get(), work, [&](int k) { return k < n ? (u[k] + v[k]) * rho_x : u[k] + v[k]; });
 }
 
-int projectLinSysv2(double* target, const double* source, Work* work, int iteration) {
+int projectLinSysv2(double* target, const double* source, Work* work, int /*iteration*/) {
+    const double rho_x = work->settings->rho_x;
     const int n = work->n;
-    if (target != source) copyValues(target + n, source + n, work->l - n);
-    scaleInto(target, source, work->settings->rho_x, n);
-    return finishProjection(target, work, iteration);
+    // t = source, its x block times rho_x; each entry is read before it is written
+    return projectFrom(target, work, [&](int k) { return k < n ? rho_x * source[k] : source[k]; });
 }
 
 char* linSysMethodText(const SparseMatrix* A) {

@@ -1,7 +1,11 @@
 // Products with A and A' in one pass over the stored entries, and the deep copy.
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 
+#include "kernels/kernels.h"
 #include "linsys/linsys.h"
+#include "reporting/threads.h"
 
 namespace korvex {
 
@@ -24,6 +28,70 @@ void multiplyAddAt(const SparseMatrix* A, const double* x, double* y) {
         for (int q = Ap[j]; q < Ap[j + 1]; ++q) sum += x[Ai[q]] * Ax[q];  // y(j) += A(i,j) x(i)
         y[j] = sum;
     }
+}
+
+
+int buildRowCopy(const SparseMatrix* A, RowCopy* rows) {
+    const int m = A->m;
+    const int n = A->n;
+    const int nnz = A->p[n];
+    if (!rows->start.allocate(static_cast<std::int64_t>(m) + 1, true) || !rows->column.allocate(nnz) ||
+        !rows->value.allocate(nnz)) {
+        return -1;
+    }
+    int* start = rows->start.get();
+    for (int q = 0; q < nnz; ++q) ++start[A->i[q] + 1];
+    for (int i = 0; i < m; ++i) start[i + 1] += start[i];
+    // a cursor per row, kept in the entries of start shifted by one and restored below
+    for (int j = 0; j < n; ++j) {
+        for (int q = A->p[j]; q < A->p[j + 1]; ++q) {
+            const int at = start[A->i[q]]++;
+            rows->column[at] = j;
+            rows->value[at] = A->x[q];
+        }
+    }
+    for (int i = m; i > 0; --i) start[i] = start[i - 1];
+    start[0] = 0;
+    rows->m = m;
+    return 0;
+}
+
+// Splits the count items of an index array (start, count + 1 entries) into tasks of about
+// equal numbers of entries and runs body(begin, end) on each. Every item lies in one
+// task, so the result does not depend on the split.
+template <class Body>
+void splitByEntries(const int* start, int count, Body&& body) {
+    const long long entries = start[count];
+    const int tasks = taskCountFor(entries + count, 8192, threadCount());
+    if (tasks <= 1) {
+        body(0, count);
+        return;
+    }
+    // the first item of task k: the first whose entries reach k / tasks of the total
+    auto boundary = [&](int k) {
+        if (k >= tasks) return count;
+        const long long target = entries * k / tasks;
+        return static_cast<int>(std::lower_bound(start, start + count, target) - start);
+    };
+    forEachTask(tasks, [&](int k) { body(boundary(k), boundary(k + 1)); });
+}
+
+void productA(const RowCopy* rows, const double* x, double* y) {
+    const int* start = rows->start.get();
+    const int* column = rows->column.get();
+    const double* value = rows->value.get();
+    splitByEntries(start, rows->m, [&](int begin, int end) {
+        for (int i = begin; i < end; ++i) y[i] = gatherDot(value + start[i], column + start[i], x, start[i + 1] - start[i]);
+    });
+}
+
+void productAt(const SparseMatrix* A, const double* x, double* y) {
+    const int* Ap = A->p;
+    const int* Ai = A->i;
+    const double* Ax = A->x;
+    splitByEntries(Ap, A->n, [&](int begin, int end) {
+        for (int j = begin; j < end; ++j) y[j] = gatherDot(Ax + Ap[j], Ai + Ap[j], x, Ap[j + 1] - Ap[j]);
+    });
 }
 
 SparseMatrix* copyMatrix(const SparseMatrix* source) {

@@ -18,6 +18,7 @@ extern "C" {
 #include "core/solver.h"
 #include "linsys/linsys.h"
 #include "reporting/timing.h"
+#include "support/reference_solve.h"
 #include "support/capture.h"
 #include "support/golden.h"
 #include "support/problems.h"
@@ -264,6 +265,18 @@ TEST(ProjectionSolve, FactorsMatchLdlAndEveryStepSolvesMPlusQ) {
                 EXPECT_EQ(std::memcmp(target.data(), in_place.data(), sizeof(double) * l), 0);
                 EXPECT_EQ(source, randomVector(l, seed++));
                 EXPECT_LT(projectionResidual(s, rho_x, s->u_t.get(), sum), 1e-12);
+
+                // The solve over supernodes and the gathers with A against their plain transcriptions.
+                V z = randomVector(N, seed + 9), Ax(m), Aty(n), Ax_ref(m, 0.0), Aty_ref(n, 0.0);
+                const V expected = referenceSolve(f, z);
+                solveWithFactors(w->A, w->settings, w->lin_sys, z.data(), nullptr, 0);
+                EXPECT_LE(relativeDistance(z, expected), 1e-12);
+                productA(&f->rows_of_A, u.data(), Ax.data());
+                productAt(w->A, v.data() + n, Aty.data());
+                multiplyAddA(w->A, u.data(), Ax_ref.data());
+                multiplyAddAt(w->A, v.data() + n, Aty_ref.data());
+                EXPECT_LE(relativeDistance(Ax, Ax_ref), 1e-15);
+                EXPECT_LE(relativeDistance(Aty, Aty_ref), 1e-15);
             }
         }
     }

@@ -1,0 +1,234 @@
+// The factor by supernodes, and the two triangular passes of a solve over its panels.
+//
+// A supernode is a run of columns f .. f + w - 1 of L where column j + 1 is the parent of
+// column j and holds the same rows below it: pattern(j) = {j + 1} + pattern(j + 1). Its
+// entries form one dense panel of (w + r) x w, r the rows below the run. The forward pass
+// solves the small triangle, forms the panel's update of the rows below in a contiguous
+// scratch vector and subtracts it through the row list; the backward pass gathers those
+// rows once and takes w dot products with several accumulators each. Both read every
+// value once and every index once per panel row, not once per entry. A column outside
+// every panel is read from L itself: a scatter forward, and backward one
+// gather with four running sums, so that its chain of additions is a quarter as long.
+// Runs of fewer than kPanelWidth columns are read as single columns too.
+//
+// The order of the additions differs from a column-by-column solve, so the results agree
+// with it to rounding, not bit for bit; every solve is the same sequence of operations
+// for the same factor and right-hand side, whatever else runs.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "kernels/kernels.h"
+#include "linsys/linsys.h"
+
+// Dense kernels of OpenBLAS for the wide panels, through their Fortran symbols: every
+// argument by reference, with the hidden lengths of the character arguments.
+extern "C" {
+void dgemv_(const char* trans, const int* m, const int* n, const double* alpha, const double* a, const int* lda,
+            const double* x, const int* incx, const double* beta, double* y, const int* incy, std::size_t trans_len);
+void dtrsv_(const char* uplo, const char* trans, const char* diag, const int* n, const double* a, const int* lda,
+            double* x, const int* incx, std::size_t uplo_len, std::size_t trans_len, std::size_t diag_len);
+}
+
+namespace korvex {
+
+namespace {
+
+// Panels of at least this many columns go to OpenBLAS; narrower ones to the loops here,
+// where a call would cost more than it saves.
+constexpr int kBlasWidth = 8;
+
+// Runs narrower than this stay columns of L: below it the bookkeeping of a panel costs
+// more than the indices it saves.
+constexpr int kPanelWidth = 4;
+
+// Forward step of a wide panel: xs = T^-1 xs, tmp = B xs (T the unit triangle, B the r
+// rows below).
+void forwardWide(const double* panel, int w, int r, double* xs, double* tmp) {
+    const int ld = w + r, one = 1;
+    const double unit = 1.0, zero = 0.0;
+    dtrsv_("L", "N", "U", &w, panel, &ld, xs, &one, 1, 1, 1);
+    if (r > 0) dgemv_("N", &r, &w, &unit, panel + w, &ld, xs, &one, &zero, tmp, &one, 1);
+}
+
+// Backward step of a wide panel: xs = T'^-1 (xs - B' tmp).
+void backwardWide(const double* panel, int w, int r, double* xs, const double* tmp) {
+    const int ld = w + r, one = 1;
+    const double minus = -1.0, unit = 1.0;
+    if (r > 0) dgemv_("T", &r, &w, &minus, panel + w, &ld, tmp, &one, &unit, xs, &one, 1);
+    dtrsv_("L", "T", "U", &w, panel, &ld, xs, &one, 1, 1, 1);
+}
+
+// Whether column j + 1 continues the supernode of column j.
+bool continuesRun(const int* Lp, const int* Li, int j) {
+    const int count = Lp[j + 1] - Lp[j];
+    return count > 0 && Li[Lp[j]] == j + 1 && Lp[j + 2] - Lp[j + 1] == count - 1;
+}
+
+// sum of a[k] b[k], four running sums combined at the end.
+inline double panelDot(const double* a, const double* b, int count) {
+    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+    int k = 0;
+    for (; k + 4 <= count; k += 4) {
+        s0 += a[k] * b[k];
+        s1 += a[k + 1] * b[k + 1];
+        s2 += a[k + 2] * b[k + 2];
+        s3 += a[k + 3] * b[k + 3];
+    }
+    for (; k < count; ++k) s0 += a[k] * b[k];
+    return (s0 + s1) + (s2 + s3);
+}
+
+}  // namespace
+
+int buildSupernodes(LinSysWork* p) {
+    Supernodes& sn = p->panels;
+    const cs* L = p->L;
+    const int N = L->n;
+    const int* Lp = L->p;
+    const int* Li = L->i;
+    const double* Lx = L->x;
+
+    // Count the runs wide enough for a panel, their rows below and their panel sizes.
+    int count = 0;
+    std::int64_t row_total = 0, value_total = 0;
+    int largest = 0;
+    for (int f = 0; f < N;) {
+        int e = f + 1;
+        while (e < N && continuesRun(Lp, Li, e - 1)) ++e;
+        const int w = e - f;
+        const int r = Lp[e] - Lp[e - 1];  // the last column holds exactly the rows below
+        if (w >= kPanelWidth) {
+            ++count;
+            row_total += r;
+            value_total += static_cast<std::int64_t>(w + r) * w;
+            if (r > largest) largest = r;
+        }
+        f = e;
+    }
+    if (row_total > INT32_MAX || !sn.first.allocate(count + 1) || !sn.after.allocate(count) || !sn.row_start.allocate(count + 1) ||
+        !sn.value_start.allocate(count + 1) || !sn.rows.allocate(row_total) || !sn.values.allocate(value_total, true) ||
+        !sn.scratch.allocate(largest)) {
+        sn = Supernodes{};
+        return -1;
+    }
+
+    int s = 0;
+    int row_at = 0;
+    std::int64_t value_at = 0;
+    for (int f = 0; f < N;) {
+        int e = f + 1;
+        while (e < N && continuesRun(Lp, Li, e - 1)) ++e;
+        const int w = e - f;
+        const int r = Lp[e] - Lp[e - 1];
+        if (w >= kPanelWidth) {
+            const int ld = w + r;
+            sn.first[s] = f;
+            sn.after[s] = e;
+            sn.row_start[s] = row_at;
+            sn.value_start[s] = value_at;
+            std::memcpy(sn.rows.get() + row_at, Li + Lp[e - 1], sizeof(int) * static_cast<std::size_t>(r));
+            double* panel = sn.values.get() + value_at;
+            for (int k = 0; k < w; ++k) {
+                // column f + k: rows f + k + 1 .. e - 1 of the triangle, then the r shared rows
+                const int start = Lp[f + k];
+                const int in_triangle = w - 1 - k;
+                double* column = panel + static_cast<std::int64_t>(k) * ld;
+                for (int t = 0; t < in_triangle; ++t) column[k + 1 + t] = Lx[start + t];
+                std::memcpy(column + w, Lx + start + in_triangle, sizeof(double) * static_cast<std::size_t>(r));
+            }
+            row_at += r;
+            value_at += static_cast<std::int64_t>(ld) * w;
+            ++s;
+        }
+        f = e;
+    }
+    sn.first[count] = N;
+    sn.row_start[count] = row_at;
+    sn.value_start[count] = value_at;
+    sn.count = count;
+    sn.largest_below = largest;
+    return 0;
+}
+
+void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) {
+    const int* Lp = L->p;
+    const int* Li = L->i;
+    const double* Lx = L->x;
+    const int* rows_all = sn.rows.get();
+    const double* values = sn.values.get();
+    double* tmp = sn.scratch.get();
+
+    // Forward: x = D^-1 L^-1 x. Columns outside the panels scatter their entries from L;
+    // a panel's entries are final once its triangle is solved, and its update of the rows
+    // below uses them before the division by the pivots.
+    int j = 0;
+    for (int s = 0; s <= sn.count; ++s) {
+        const int f = sn.first[s];
+        for (; j < f; ++j) {
+            const double xj = x[j];
+            for (int q = Lp[j]; q < Lp[j + 1]; ++q) x[Li[q]] -= Lx[q] * xj;  // x -= L(:,j) x(j)
+            x[j] = xj / D[j];
+        }
+        if (s == sn.count) break;
+        const int* rows = rows_all + sn.row_start[s];
+        const int r = sn.row_start[s + 1] - sn.row_start[s];
+        const int w = sn.after[s] - f;
+        const double* panel = values + sn.value_start[s];
+        double* xs = x + f;
+        j = f + w;
+        if (w >= kBlasWidth) {
+            forwardWide(panel, w, r, xs, tmp);
+        } else {
+            for (int k = 0; k < w; ++k) {
+                const double xk = xs[k];
+                const double* column = panel + static_cast<std::int64_t>(k) * (w + r);
+                for (int t = k + 1; t < w; ++t) xs[t] -= column[t] * xk;
+            }
+            if (r > 0) {
+                const double* below = panel + w;
+                const double x0 = xs[0];
+                for (int i = 0; i < r; ++i) tmp[i] = below[i] * x0;
+                for (int k = 1; k < w; ++k) {
+                    const double xk = xs[k];
+                    const double* column = below + static_cast<std::int64_t>(k) * (w + r);
+                    for (int i = 0; i < r; ++i) tmp[i] += column[i] * xk;
+                }
+            }
+        }
+        for (int i = 0; i < r; ++i) x[rows[i]] -= tmp[i];
+        for (int k = 0; k < w; ++k) xs[k] /= D[f + k];
+    }
+
+    // Backward: x = L'^-1 x from the last column. The rows below a column or a panel are
+    // final before it is reached: a single column takes one gather over them, a panel
+    // gathers them once and takes its w dot products, then solves its triangle.
+    j = L->n - 1;
+    for (int s = sn.count - 1; s >= -1; --s) {
+        const int end = s >= 0 ? sn.after[s] : 0;
+        for (; j >= end; --j) x[j] -= gatherDot(Lx + Lp[j], Li + Lp[j], x, Lp[j + 1] - Lp[j]);
+        if (s < 0) break;
+        const int f = sn.first[s];
+        const int* rows = rows_all + sn.row_start[s];
+        const int r = sn.row_start[s + 1] - sn.row_start[s];
+        const int w = end - f;
+        const double* panel = values + sn.value_start[s];
+        double* xs = x + f;
+        j = f - 1;
+        for (int i = 0; i < r; ++i) tmp[i] = x[rows[i]];
+        if (w >= kBlasWidth) {
+            backwardWide(panel, w, r, xs, tmp);
+            continue;
+        }
+        const int ld = w + r;
+        if (r > 0) {
+            for (int k = 0; k < w; ++k) xs[k] -= panelDot(panel + static_cast<std::int64_t>(k) * ld + w, tmp, r);
+        }
+        for (int k = w - 2; k >= 0; --k) {
+            const double* column = panel + static_cast<std::int64_t>(k) * ld;
+            xs[k] -= panelDot(column + k + 1, xs + k + 1, w - 1 - k);
+        }
+    }
+}
+
+}  // namespace korvex
