@@ -145,8 +145,10 @@ int projectSemidefiniteBlock(double* x, int n, ConeWork* coneWork) {
     double vu = (std::sqrt(2.0) * 1.1) * nrm;
     if (!(vu > 0.01)) vu = 0.01;
 
-    int info = 0;
-    dsytrd_("L", &n, A, &n, d, e, tau, work, &lwork, &info, 1);
+    // NaN or infinite entries go the way of a failed tridiagonal eigensolver (dstemr does not
+    // survive them): dsyevr, as before this route existed.
+    int info = std::isfinite(nrm) ? 0 : 1;
+    if (info == 0) dsytrd_("L", &n, A, &n, d, e, tau, work, &lwork, &info, 1);
     if (info < 0) return -1;
 
     double largest_off = 0.0;
@@ -158,7 +160,7 @@ int projectSemidefiniteBlock(double* x, int n, ConeWork* coneWork) {
     const bool by_negative = negative < positive;
 
     int found = 0;
-    const int wanted = by_negative ? negative : positive;
+    const int wanted = info != 0 ? 0 : by_negative ? negative : positive;
     double* pair_values = values;
     double* pair_vectors = Z;
     if (wanted > 0 && wanted * kWholeSpectrumShare <= n) {
