@@ -34,8 +34,12 @@ ConeWork* initCone(const Cone* cone) {
         return nullptr;
     }
 
-    // Workspace query: with lwork = liwork = -1 dsyevr only reports the optimal sizes,
-    // the real one in work_size and the integer one straight into eig_iwork_len.
+    // Workspace queries: with lwork = liwork = -1 LAPACK only reports the optimal sizes, the
+    // real ones in work_size and dsyevr's integer one straight into eig_iwork_len. The real
+    // array holds the tridiagonal (d, e) and tau, 3N entries, ahead of the largest workspace
+    // of dsyevr, dsytrd, dormtr (on N columns), dstemr (18N) and dstedc (N^2 + 4N + 1); the
+    // integer array holds dstemr's support list, 2N entries, ahead of the largest of dsyevr's,
+    // dstemr's (10N) and dstedc's (5N + 3).
     const int lwork_query = -1;
     const int liwork_query = -1;
     const double abstol = 1e-8;
@@ -49,8 +53,16 @@ ConeWork* initCone(const Cone* cone) {
         printPlain("FATAL: syevr failure, info = %li\n", static_cast<long>(info));
         return nullptr;
     }
+    double longest = std::max({work_size, 18.0 * N, static_cast<double>(N) * N + 4.0 * N + 1});
+    double scratch[3] = {0.0, 0.0, 0.0};
+    dsytrd_("L", &N, work->sd_matrix.get(), &N, scratch, scratch, scratch, &work_size, &lwork_query, &info, 1);
+    longest = std::max(longest, info == 0 ? work_size : 0.0);
+    dormtr_("L", "L", "N", &N, &N, work->sd_matrix.get(), &N, scratch, work->sd_vectors.get(), &N, &work_size,
+            &lwork_query, &info, 1, 1, 1);
+    longest = std::max(longest, info == 0 ? work_size : 0.0);
 
-    work->eig_work_len = static_cast<int>(work_size + 0.01);
+    work->eig_work_len = 3 * N + static_cast<int>(longest + 0.01);
+    work->eig_iwork_len = 2 * N + std::max(work->eig_iwork_len, 10 * N);  // 10N >= 5N + 3
     if (!work->eig_work.allocate(work->eig_work_len) || !work->eig_iwork.allocate(work->eig_iwork_len)) {
         return nullptr;
     }

@@ -1,6 +1,8 @@
 // The cone subsystem: a transcript, kept as data, of the Cone record's operations and of the
 // edge cases of every projection; the optimality conditions of every family on random inputs;
-// the driver's row order, time, allocations and failure; the semidefinite workspace.
+// the exponential and power projections against their reference routines; the driver's row
+// order, time, allocations and failure; the semidefinite workspace. Built with
+// KORVEX_SLOW_SET, the reference comparisons take 10^6 triples per family.
 #include <gtest/gtest.h>
 
 #include <charconv>
@@ -15,6 +17,7 @@
 
 #include "cones/cones.h"
 #include "cones/lapack.h"
+#include "cones/reference_projections.h"
 #include "support/capture.h"
 #include "support/golden.h"
 #include "support/problems.h"
@@ -210,7 +213,8 @@ TEST(Projection, OptimalityConditionsOfEveryFamilyOnRandomInputs) {
     std::mt19937_64 rng(4302);
     // Blocks of every side share one workspace, the largest first: a smaller one uses its leading
     // part with leading dimension n. dsyevr finds each eigenvalue to the absolute tolerance 1e-8.
-    const std::vector<int> sides = {30, 10, 6, 5, 4, 3, 2, 1, 0}, packed = {465, 55, 21, 15, 10, 6, 3, 1, 0};
+    // Side 64 takes its wanted side by divide and conquer or by MRRR, as the spectrum's shift gives.
+    const std::vector<int> sides = {64, 30, 10, 6, 5, 4, 3, 2, 1, 0}, packed = {2080, 465, 55, 21, 15, 10, 6, 3, 1, 0};
     const ConeFixture sd(0, 0, {}, sides, 0, 0, {});
     const Gap sd_gap = [&sides](const double* x, int b) { return semidefiniteGap(x, sides[b]); };
     checkMoreau("semidefinite", sd, sd, packed, sd_gap, sd_gap, 1e-7, rng);
@@ -235,6 +239,129 @@ TEST(Projection, OptimalityConditionsOfEveryFamilyOnRandomInputs) {
                     [&a](const double* x, int b) { return powerConeGap(x, a[b], a[b] > 0); },
                     [&a](const double* x, int b) { return powerConeGap(x, a[b], false); }, 1e-5, rng);
     }
+}
+
+#ifdef KORVEX_SLOW_SET
+constexpr int kReferenceTriples = 1000000;
+#else
+constexpr int kReferenceTriples = 20000;
+#endif
+
+// Triple k: N(0, 1) entries times one magnitude 10^U(-8, 8), or each its own; or the point p of
+// a boundary from `boundary` (with a direction n) moved by a relative 1e-12 to 1e-4 along n or
+// at random, at such a magnitude.
+template <class Boundary>
+V randomTriple(std::mt19937_64& rng, int k, Boundary boundary) {
+    auto magnitude = [&rng] { return std::pow(10.0, std::uniform_real_distribution<double>(-8.0, 8.0)(rng)); };
+    const double scale = magnitude();
+    V v = normals(rng, 3), p(3), n(3);
+    if (k % 4 < 2) {
+        for (double& x : v) x *= k % 4 == 0 ? scale : magnitude();
+        return v;
+    }
+    boundary(p.data(), n.data());
+    const double step = normals(rng, 1)[0] * std::pow(10.0, std::uniform_real_distribution<double>(-12.0, -4.0)(rng));
+    for (int j = 0; j < 3; ++j) v[j] = scale * (p[j] + step * (k % 4 == 2 ? n[j] : v[j]));
+    return v;
+}
+
+// A bound on |p - P(v)| for the exponential cone K: q, p moved into K (raise t or lower r), is
+// a point of K, and u, v - p moved into the polar cone {a > 0: a exp(b/a) + e c <= 0} (lower c
+// or b) and normalised, gives dist(v, K) >= v'u. So |q - P(v)|^2 <= |v - q|^2 - (v'u)^2, the
+// squared part of v - q across u less (q'u)(2 (v - q)'u + q'u), which keeps its digits.
+double expProjectionErrorBound(const V& v, const V& p) {
+    V q = p, d = {v[0] - p[0], v[1] - p[1], v[2] - p[2]}, dq(3), across(3);
+    if (q[1] > 0.0) {
+        const double t = std::max(q[2], q[1] * std::exp(q[0] / q[1]));
+        const double r = q[2] > 0.0 ? std::min(q[0], q[1] * std::log(q[2] / q[1])) : -HUGE_VAL;
+        q[0] - r < t - q[2] ? void(q[0] = r) : void(q[2] = t);
+    } else {
+        q = {std::min(q[0], 0.0), 0.0, std::max(q[2], 0.0)};
+    }
+    if (d[0] > 0.0) {
+        const double c = std::min(d[2], -d[0] * std::exp(d[1] / d[0] - 1));
+        const double b = d[2] < 0.0 ? std::min(d[1], d[0] * (std::log(-d[2] / d[0]) + 1)) : -HUGE_VAL;
+        d[1] - b < d[2] - c ? void(d[1] = b) : void(d[2] = c);
+    } else {
+        d = {0.0, std::min(d[1], 0.0), std::min(d[2], 0.0)};
+    }
+    const double length = std::sqrt(dot(d, d));
+    for (int j = 0; j < 3; ++j) dq[j] = v[j] - q[j], d[j] /= length;
+    const double along = dot(dq, d), apex = dot(q, d);
+    for (int j = 0; j < 3; ++j) across[j] = dq[j] - along * d[j];
+    const double squared = length > 0.0 && along + apex >= 0.0 ? dot(across, across) - apex * (2 * along + apex)
+                                                                          : dot(dq, dq);
+    for (int j = 0; j < 3; ++j) dq[j] = p[j] - q[j];
+    return std::sqrt(std::max(squared, 0.0)) + std::sqrt(dot(dq, dq));
+}
+
+TEST(ReferenceRoutes, ExponentialAgreesWithTheBisectionOrIsTheProjectionWhereItDoesNot) {
+    std::mt19937_64 rng(1205);
+    int direct = 0, agree = 0, reference_off = 0;
+    double worst = 0.0;
+    // The cone's boundary s (x, 1, e^x) with its normal, or the polar cone's (e^x, (1 - x) e^x, -1).
+    auto boundary = [&rng](double* p, double* n) {
+        const V g = normals(rng, 3);
+        const double x = 3 * g[0], s = std::fabs(g[1]), ex = std::exp(x);
+        const double cone[6] = {s * x, s, s * ex, ex, (1 - x) * ex, -1.0};
+        const double polar[6] = {s * ex, s * (1 - x) * ex, -s, x, 1.0, ex};
+        std::copy(g[2] > 0.0 ? cone : polar, (g[2] > 0.0 ? cone : polar) + 3, p);
+        std::copy((g[2] > 0.0 ? cone : polar) + 3, (g[2] > 0.0 ? cone : polar) + 6, n);
+    };
+    for (int k = 0; k < kReferenceTriples; ++k) {
+        const V v = randomTriple(rng, k, boundary);
+        V ours = v, theirs = v;
+        projectExpTriple(ours.data());
+        reference::projectExpTriple(theirs.data());
+        if (ours == theirs) {  // the direct cases, bit for bit
+            ++direct;
+            continue;
+        }
+        // A searched triple: ours is the projection within the tolerance (the bound carries
+        // about sqrt(eps |p| |v - p|) of rounding, a fifth of it or so); where the reference is
+        // farther than the tolerance from ours, it is at least half of it from the projection.
+        const double tolerance = 1e-7 * (1 + std::sqrt(dot(v, v))), bound = expProjectionErrorBound(v, ours);
+        V apart(3);
+        for (int j = 0; j < 3; ++j) apart[j] = ours[j] - theirs[j];
+        worst = std::max(worst, bound / tolerance);
+        ASSERT_LE(bound, tolerance) << std::hexfloat << v[0] << ' ' << v[1] << ' ' << v[2];
+        if (std::sqrt(dot(apart, apart)) <= tolerance) {
+            ++agree;
+        } else {
+            ASSERT_GE(std::sqrt(dot(apart, apart)) - bound, tolerance / 2) << std::hexfloat << v[0] << ' ' << v[1] << ' ' << v[2];
+            ++reference_off;
+        }
+    }
+    std::printf("exponential: %d triples, %d direct, %d within 1e-7 (1 + |v|) of the reference, %d where the "
+                "reference is off the projection; largest error bound %.3f of the tolerance\n",
+                kReferenceTriples, direct, agree, reference_off, worst);
+    EXPECT_GT(agree, 10 * reference_off);
+}
+
+TEST(ReferenceRoutes, PowerAgreesWithThePlainNewton) {
+    std::mt19937_64 rng(1206);
+    int identical = 0;
+    double a = 0.5;
+    // The cone's boundary (x, y, x^a y^b) or the polar cone's (-a x, -b y, x^a y^b), with the normal.
+    auto boundary = [&rng, &a](double* p, double* n) {
+        const V g = normals(rng, 3);
+        const double x = std::exp(g[0]), y = std::exp(g[1]), z = std::pow(x, a) * std::pow(y, 1 - a);
+        const double polar = g[2] > 1.0 ? -1.0 : 1.0, point[3] = {polar > 0 ? x : -a * x, polar > 0 ? y : (a - 1) * y, z};
+        const double normal[3] = {-a * z / x, (a - 1) * z / y, 1.0};
+        std::copy(point, point + 3, p), std::copy(normal, normal + 3, n);
+    };
+    for (int k = 0; k < kReferenceTriples; ++k) {
+        a = k % 50 == 0 ? 0.0 : k % 50 == 1 ? 1.0 : std::uniform_real_distribution<double>(0.02, 0.98)(rng);
+        const V v = randomTriple(rng, k, boundary);
+        V ours = v, theirs = v, apart(3);
+        projectPowerTriple(ours.data(), a);
+        reference::projectPowerTriple(theirs.data(), a);
+        identical += ours == theirs;
+        for (int j = 0; j < 3; ++j) apart[j] = ours[j] - theirs[j];
+        ASSERT_LE(std::sqrt(dot(apart, apart)), 1e-7 * (1 + std::sqrt(dot(v, v))))
+            << std::hexfloat << a << ": " << v[0] << ' ' << v[1] << ' ' << v[2];
+    }
+    std::printf("power: %d triples, %d identical, all within 1e-7 (1 + |v|)\n", kReferenceTriples, identical);
 }
 
 TEST(Projection, EachBlockGoesToItsRoutineInRowOrderWithoutAllocatingAndAddsItsTime) {
@@ -272,8 +399,8 @@ TEST(Projection, EachBlockGoesToItsRoutineInRowOrderWithoutAllocatingAndAddsItsT
 }
 
 TEST(Projection, FailingSemidefiniteBlockLeavesItAndTheLaterRowsAndAddsNoTime) {
-    // A workspace length of 1 is an illegal argument to dsyevr (info = -18, which OpenBLAS's
-    // xerbla prints): -1 at once, with the rows before the block projected.
+    // A workspace length of 1 is too short for the decomposition: -1 at once, with the rows
+    // before the block projected.
     const ConeFixture f(1, 2, {3}, {3, 3}, 1, 1, {0.5});
     ConeWorkOwner work(initCone(&f.cone), freeConeWork);
     work->eig_work_len = 1;
