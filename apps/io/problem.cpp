@@ -13,9 +13,11 @@ double fileObjective(const ConicProblem& problem, double solver_objective) {
     return (problem.maximise ? -solver_objective : solver_objective) + problem.objective_constant;
 }
 
-std::vector<double> matrixVariable(const ConicProblem& problem, const double* x, int k) {
-    const std::int64_t side = problem.matrix_sides[k];
-    const double* packed = x + problem.matrix_offsets[k];
+namespace {
+
+// The dense side x side matrix, row by row, of packed entries with the sqrt(2) of the
+// off-diagonal entries taken out.
+std::vector<double> unpackSymmetric(const double* packed, std::int64_t side) {
     const double root2 = std::sqrt(2.0);
     std::vector<double> dense(static_cast<std::size_t>(side * side));
     for (std::int64_t j = 0; j < side; ++j) {
@@ -27,6 +29,19 @@ std::vector<double> matrixVariable(const ConicProblem& problem, const double* x,
         }
     }
     return dense;
+}
+
+}  // namespace
+
+std::vector<double> matrixVariable(const ConicProblem& problem, const double* x, int k) {
+    return unpackSymmetric(x + problem.matrix_offsets[k], problem.matrix_sides[k]);
+}
+
+std::vector<double> rowMatrix(const ConicProblem& problem, const double* v, int k) {
+    const std::int32_t side = problem.row_matrix_sides[k];
+    const double* rows = v + problem.row_matrix_starts[k];
+    if (side < 0) return std::vector<double>(rows, rows + -side);
+    return unpackSymmetric(rows, side);
 }
 
 namespace {
@@ -301,4 +316,5 @@ void ProblemBuilder::finish(ConicProblem* problem) {
         problem->b[head + 1] = (g0 - g1) * root_half;
     }
     problem->c = costs_;
+    solver_rows_ = std::move(solver_row);
 }
