@@ -1,6 +1,9 @@
 #include "io/problem.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 #include <cmath>
 #include <limits>
@@ -75,11 +78,17 @@ namespace {
 // bytes each while a problem is built. A file can declare far more than it contains (a
 // block of a million rows takes one line); such a file is refused rather than read
 // until the machine runs out of memory.
+// A limit on the process's address space (ulimit -v) counts as the machine's memory.
 std::int64_t sizeLimit() {
     static const std::int64_t limit = [] {
         const long pages = sysconf(_SC_PHYS_PAGES), page = sysconf(_SC_PAGE_SIZE);
         if (pages <= 0 || page <= 0) return std::int64_t{1} << 26;
-        return static_cast<std::int64_t>(pages) * page / 2 / 160;
+        double memory = static_cast<double>(pages) * static_cast<double>(page);
+        rlimit space;
+        if (getrlimit(RLIMIT_AS, &space) == 0 && space.rlim_cur != RLIM_INFINITY) {
+            memory = std::min(memory, static_cast<double>(space.rlim_cur));
+        }
+        return static_cast<std::int64_t>(memory / 2 / 160);
     }();
     return limit;
 }

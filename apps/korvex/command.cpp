@@ -12,7 +12,8 @@
 // codes: 0 when the solve ended with a verdict (solved, infeasible or unbounded, accurate
 // or not), 1 for an indeterminate end or a failure, 130 when interrupted (Ctrl+C or
 // --time-limit), 143 when terminated, 2 for a usage error, 3 for a file that cannot be
-// read or does not follow its format; for several files the largest of theirs.
+// read or does not follow its format; for several files the largest of theirs. Running
+// out of memory, while reading or in the solver, is a failure (1).
 #include <unistd.h>
 
 #include <cerrno>
@@ -213,8 +214,9 @@ int solveOne(const CommandLine& line, StopSignals* stop) {
         std::fprintf(stderr, "%s\n", error.what());
         return kExitFile;
     } catch (const std::bad_alloc&) {
+        // Not the file's fault: a failure, as when the solver's set-up runs out of memory.
         std::fprintf(stderr, "%s: not enough memory to read the problem\n", input.c_str());
-        return kExitFile;
+        return kExitNoVerdict;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s: %s\n", input.c_str(), error.what());
         return kExitFile;
@@ -309,7 +311,13 @@ int solveOne(const CommandLine& line, StopSignals* stop) {
 
 int korvex::runOne(const CommandLine& line) {
     StopSignals stop;
-    const int code = solveOne(line, &stop);
+    int code;
+    try {
+        code = solveOne(line, &stop);
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "korvex: not enough memory\n");
+        code = kExitNoVerdict;
+    }
     std::fflush(stdout);
     const int received = stop.received();
     return received != 0 ? 128 + received : code;
