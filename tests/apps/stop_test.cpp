@@ -19,6 +19,11 @@ namespace {
 
 const std::string kExamples = KORVEX_EXAMPLES_DIR;
 
+std::string fileText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
 // The command started with its standard output and error on a pipe, under a limit on its
 // address space when one is given.
 struct Command {
@@ -72,8 +77,8 @@ void expectWholeOrAbsent(const std::string& json, const std::string& csv, const 
         EXPECT_TRUE(nlohmann::json::accept(in)) << context;
     }
     if (std::filesystem::exists(csv)) {
-        std::ifstream in(csv);
-        std::string text((std::istreambuf_iterator<char>(in)), {}), line;
+        const std::string text = fileText(csv);
+        std::string line;
         EXPECT_EQ(text.back(), '\n') << context;
         for (std::istringstream lines(text); std::getline(lines, line);) EXPECT_EQ(std::count(line.begin(), line.end(), ','), 9) << context;
     }
@@ -92,10 +97,7 @@ std::string scratchFolder(const char* name) {
 TEST(Stop, EachSignalInEachPhaseEndsWithItsCodeAndWholeOutputs) {
     const std::string dir = scratchFolder("korvex_stop_");
     const std::string json = dir + "/s.json", csv = dir + "/h.csv", fifo = dir + "/slow.cbf";
-    const std::string problem = [] {
-        std::ifstream in(kExamples + "/entropy.cbf");
-        return std::string((std::istreambuf_iterator<char>(in)), {});
-    }();
+    const std::string problem = fileText(kExamples + "/entropy.cbf");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     for (int number : {SIGINT, SIGTERM}) {
         for (const std::string phase : {"reading", "set-up", "solving", "solving twice"}) {
@@ -119,13 +121,10 @@ TEST(Stop, EachSignalInEachPhaseEndsWithItsCodeAndWholeOutputs) {
             if (phase == "reading") close(writer);
             EXPECT_EQ(code, 128 + number) << context << "\n" << command.output;
             expectWholeOrAbsent(json, csv, context);
-            if (phase == "reading") {
-                EXPECT_FALSE(std::filesystem::exists(json)) << context;
-            }
-            if (phase == "solving") {
-                std::ifstream in(json);
-                EXPECT_EQ(nlohmann::json::parse(in)["statusVal"], -5) << context;
-            }
+            // Stopped while reading, the command writes nothing; while solving, the solve
+            // says it was interrupted.
+            EXPECT_TRUE(phase != "reading" || !std::filesystem::exists(json)) << context;
+            EXPECT_TRUE(phase != "solving" || nlohmann::json::parse(fileText(json))["statusVal"] == -5) << context;
         }
     }
     std::filesystem::remove_all(dir);
@@ -185,24 +184,14 @@ TEST(Limits, HugeDeclarationsAreRefusedAndMemoryFailuresEndCleanly) {
 // around portfolio.cbf, gzipped (members of one megabyte each, concatenated) and plain.
 void expectReadInLittleMemory(long megabytes) {
     const std::string dir = scratchFolder("korvex_stream_");
-    std::ifstream in(kExamples + "/portfolio.cbf");
-    const std::string problem((std::istreambuf_iterator<char>(in)), {});
+    const std::string problem = fileText(kExamples + "/portfolio.cbf");
     std::string comments;
     while (comments.size() < (1 << 20)) comments += "# a comment line that the reader skips, one of very many\n";
-    // One gzip member holding the megabyte: header, raw deflate data, CRC and length.
-    std::string member("\x1f\x8b\x08\0\0\0\0\0\0\xff", 10), raw(compressBound(comments.size()) + 64, '\0');
-    z_stream z{};
-    deflateInit2(&z, 6, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
-    z.next_in = reinterpret_cast<Bytef*>(comments.data());
-    z.avail_in = static_cast<uInt>(comments.size());
-    z.next_out = reinterpret_cast<Bytef*>(raw.data());
-    z.avail_out = static_cast<uInt>(raw.size());
-    ASSERT_EQ(deflate(&z, Z_FINISH), Z_STREAM_END);
-    member.append(raw.data(), z.total_out);
-    deflateEnd(&z);
-    const std::uint32_t trailer[2] = {static_cast<std::uint32_t>(crc32(0, reinterpret_cast<const Bytef*>(comments.data()), static_cast<uInt>(comments.size()))),
-                                      static_cast<std::uint32_t>(comments.size())};
-    member.append(reinterpret_cast<const char*>(trailer), sizeof trailer);
+    // One gzip member holding the megabyte; members may follow one another in a file.
+    gzFile one = gzopen((dir + "/member.gz").c_str(), "wb");
+    gzwrite(one, comments.data(), static_cast<unsigned>(comments.size()));
+    gzclose(one);
+    const std::string member = fileText(dir + "/member.gz");
     for (const bool gzipped : {true, false}) {
         const std::string path = dir + (gzipped ? "/large.cbf.gz" : "/large.cbf");
         gzFile head = gzopen(path.c_str(), "wb");
