@@ -7,7 +7,7 @@ KORVEX_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # Debian 12 packages the build, the tests and the benchmarks need.
 KORVEX_PACKAGES=(
   cmake ninja-build g++ clang libclang-rt-14-dev
-  libgtest-dev libbenchmark-dev
+  libgtest-dev libbenchmark-dev nlohmann-json3-dev
   libsuitesparse-dev libopenblas-dev zlib1g-dev
   pkg-config help2man man-db groff-base
   pybind11-dev python3-dev python3-numpy python3-scipy python3-pytest python3-distributed

@@ -44,7 +44,7 @@ bool isKeywordLine(std::string_view line) {
 
 class CbfReader {
 public:
-    CbfReader(std::string_view text, const std::string& name) : cursor_(text, name), text_size_(text.size()) {}
+    explicit CbfReader(const TextSource& source) : cursor_(source), text_size_(cursor_.sizeHint()) {}
 
     ConicProblem read();
 
@@ -378,4 +378,4 @@ ConicProblem CbfReader::read() {
 
 }  // namespace
 
-ConicProblem readCbf(std::string_view text, const std::string& name) { return CbfReader(text, name).read(); }
+ConicProblem readCbfFrom(const TextSource& source) { return CbfReader(source).read(); }

@@ -81,7 +81,7 @@ struct Coefficient {
 
 class MpsReader {
 public:
-    MpsReader(std::string_view text, const std::string& name, bool fixed) : cursor_(text, name), fixed_(fixed) {}
+    MpsReader(const TextSource& source, bool fixed) : cursor_(source), fixed_(fixed) {}
 
     ConicProblem read();
     long lineNumber() const { return cursor_.lineNumber(); }
@@ -468,8 +468,8 @@ ConicProblem MpsReader::build() {
 }
 
 // Whether every data line of the file sits in the fixed columns.
-bool looksFixed(std::string_view text) {
-    LineCursor cursor(text, "");
+bool looksFixed(const TextSource& source) {
+    LineCursor cursor(source);
     while (cursor.advance()) {
         std::string_view line = cursor.line();
         if (line.empty() || line[0] == '*' || !isBlank(line[0])) continue;
@@ -480,13 +480,14 @@ bool looksFixed(std::string_view text) {
 
 }  // namespace
 
-ConicProblem readMps(std::string_view text, const std::string& name) {
-    if (!looksFixed(text)) return MpsReader(text, name, false).read();
-    MpsReader fixed(text, name, true);
+// A file is read once more for each pass.
+ConicProblem readMpsFrom(const TextSource& source) {
+    if (!looksFixed(source)) return MpsReader(source, false).read();
+    MpsReader fixed(source, true);
     try {
         return fixed.read();
     } catch (const ReadError& fixed_error) {
-        MpsReader free(text, name, false);
+        MpsReader free(source, false);
         try {
             return free.read();
         } catch (const ReadError&) {

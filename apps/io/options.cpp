@@ -91,16 +91,17 @@ std::string settingText(const Settings& settings, std::string_view name) {
     return std::to_string(value);
 }
 
-std::string settingsHelp() {
-    Settings defaults;
-    setDefaultSettings(&defaults);
+std::string settingsHelp(const Settings& defaults) {
+    Settings library;
+    setDefaultSettings(&library);
     std::string text;
     for (int k = 0; k < kSettingDescriptorCount; ++k) {
         const SettingDescriptor& option = kSettingDescriptors[k];
         std::string left = "  --" + std::string(option.name) + (option.int_field != nullptr ? " INT" : " REAL");
         if (option.int_field == &Settings::dir) left = "  --dir NAME|CODE";
         if (left.size() < 28) left.resize(28, ' ');
-        text += left + option.help + " (default " + settingText(defaults, option.name) + ")\n";
+        const std::string value = settingText(defaults, option.name), own = settingText(library, option.name);
+        text += left + option.help + " (default " + value + (value == own ? "" : "; the library's " + own) + ")\n";
     }
     return text;
 }

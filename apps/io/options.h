@@ -14,8 +14,9 @@
 // dir takes a direction name or its code.
 int applySetting(Settings* settings, std::string_view name, std::string_view value, std::string* error);
 
-// One line per setting, "  --name VALUE   help (default D)", for --help.
-std::string settingsHelp();
+// One line per setting, "  --name VALUE   help (default D)", for --help, with the
+// defaults given; where one differs from the library's, that is said too.
+std::string settingsHelp(const Settings& defaults);
 
 // The option arguments of the host link, positions 11 to 36, as a Markdown table: the
 // position, the setting it fills, the host type, the default and the help. The README

@@ -1,8 +1,10 @@
 #include "io/outputs.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
+#include <new>
 #include <string>
 
 using namespace korvex;
@@ -11,25 +13,34 @@ namespace {
 
 constexpr std::int32_t kNoStep = std::numeric_limits<std::int32_t>::min();
 
-// A JSON number, or null when the value is not finite.
+// A JSON number, or null when the value is not finite: the shortest text that reads
+// back as the same double.
 void jsonNumber(std::string* out, double value) {
     if (!std::isfinite(value)) {
         *out += "null";
         return;
     }
     char text[32];
-    std::snprintf(text, sizeof text, "%.17g", value);
-    *out += text;
+    const auto end = std::to_chars(text, text + sizeof text, value).ptr;
+    out->append(text, end);
 }
 
-void jsonArray(std::string* out, const double* values, std::int64_t count) {
+// With a file to spill into, the text goes there whenever it passes a megabyte, so that a
+// long array never sits in memory whole.
+void jsonArray(std::string* out, const double* values, std::int64_t count, std::FILE* spill = nullptr) {
     *out += '[';
     for (std::int64_t k = 0; k < count; ++k) {
         if (k > 0) *out += ',';
         jsonNumber(out, values == nullptr ? std::nan("") : values[k]);
+        if (spill != nullptr && out->size() >= (1 << 20)) {
+            std::fwrite(out->data(), 1, out->size(), spill);
+            out->clear();
+        }
     }
     *out += ']';
 }
+
+}  // namespace
 
 void jsonString(std::string* out, const std::string& text) {
     *out += '"';
@@ -48,13 +59,13 @@ void jsonString(std::string* out, const std::string& text) {
     *out += '"';
 }
 
-}  // namespace
-
 bool writeSolutionJson(std::FILE* out, const ConicProblem& problem, const Solution& solution, const Info& info,
                        const RunTimes& times) {
     std::string text = "{\n";
+    bool first = true;
     auto field = [&](const char* name) {
-        if (text.size() > 2) text += ",\n";
+        if (!first) text += ",\n";
+        first = false;
         text += "  \"";
         text += name;
         text += "\": ";
@@ -89,51 +100,78 @@ bool writeSolutionJson(std::FILE* out, const ConicProblem& problem, const Soluti
     number("setupSeconds", info.setupTime / 1000);
     number("solveSeconds", info.solveTime / 1000);
     field("x");
-    jsonArray(&text, solution.x, problem.scalar_variables);
-    field("X");
-    text += '[';
-    for (std::size_t k = 0; k < problem.matrix_sides.size(); ++k) {
-        if (k > 0) text += ',';
-        const std::int64_t side = problem.matrix_sides[k];
-        std::vector<double> dense = solution.x != nullptr ? matrixVariable(problem, solution.x, static_cast<int>(k))
-                                                          : std::vector<double>(side * side, std::nan(""));
+    jsonArray(&text, solution.x, problem.scalar_variables, out);
+    // A dense matrix as an array of rows; a diagonal block (negative side) as a vector.
+    auto matrix = [&](const std::vector<double>& dense, std::int64_t side) {
+        if (side < 0) return jsonArray(&text, dense.data(), -side);
         text += '[';
         for (std::int64_t i = 0; i < side; ++i) {
             if (i > 0) text += ',';
-            jsonArray(&text, dense.data() + i * side, side);
+            jsonArray(&text, dense.data() + i * side, side, out);
         }
         text += ']';
+    };
+    // X: the file's matrix variables (CBF), or for row blocks (SDPA) the matrix of the
+    // maximisation, from y; Z: the row blocks' slack sum F_i x_i - F_0, from s.
+    auto blocks = [&](const double* v, bool rows) {
+        const std::vector<std::int32_t>& sides = rows ? problem.row_matrix_sides : problem.matrix_sides;
+        text += '[';
+        for (std::size_t k = 0; k < sides.size(); ++k) {
+            if (k > 0) text += ',';
+            const std::int64_t side = sides[k];
+            const std::int64_t entries = side < 0 ? -side : side * side;
+            std::vector<double> dense = v == nullptr ? std::vector<double>(entries, std::nan(""))
+                                        : rows       ? rowMatrix(problem, v, static_cast<int>(k))
+                                                     : matrixVariable(problem, v, static_cast<int>(k));
+            matrix(dense, side);
+        }
+        text += ']';
+    };
+    const bool row_blocks = !problem.row_matrix_sides.empty();
+    field("X");
+    blocks(row_blocks ? solution.y : solution.x, row_blocks);
+    if (row_blocks) {
+        field("Z");
+        blocks(solution.s, true);
     }
-    text += ']';
     field("y");
-    jsonArray(&text, solution.y, problem.m);
+    jsonArray(&text, solution.y, problem.m, out);
     field("s");
-    jsonArray(&text, solution.s, problem.m);
+    jsonArray(&text, solution.s, problem.m, out);
     text += "\n}\n";
-    return std::fwrite(text.data(), 1, text.size(), out) == text.size() && std::fflush(out) == 0;
+    return std::fwrite(text.data(), 1, text.size(), out) == text.size() && std::fflush(out) == 0 && !std::ferror(out);
+}
+
+template <class T>
+ProgressArrays::LazyArray<T> ProgressArrays::lazyArray(std::int32_t capacity) {
+    LazyArray<T> array(static_cast<T*>(std::calloc(static_cast<std::size_t>(std::max(capacity, 1)), sizeof(T))), std::free);
+    if (!array) throw std::bad_alloc();
+    return array;
 }
 
 ProgressArrays::ProgressArrays(std::int32_t capacity, Info* info, Settings* settings)
-    : iteration_(capacity, -1), step_kind_(capacity, kNoStep), ls_count_(capacity, 0), rel_gap_(capacity),
-      res_pri_(capacity), res_dual_(capacity), primal_cost_(capacity), dual_cost_(capacity), fpr_norm_(capacity),
-      time_ms_(capacity) {
+    : iteration_(capacity, -1), step_kind_(capacity, kNoStep), ls_count_(lazyArray<std::int32_t>(capacity)),
+      rel_gap_(lazyArray<double>(capacity)), res_pri_(lazyArray<double>(capacity)), res_dual_(lazyArray<double>(capacity)),
+      primal_cost_(lazyArray<double>(capacity)), dual_cost_(lazyArray<double>(capacity)),
+      fpr_norm_(lazyArray<double>(capacity)), time_ms_(lazyArray<double>(capacity)) {
     info->progress_iteration = iteration_.data();
-    info->progress_rel_gap = rel_gap_.data();
-    info->progress_res_pri = res_pri_.data();
-    info->progress_res_dual = res_dual_.data();
-    info->progress_primal_cost = primal_cost_.data();
-    info->progress_dual_cost = dual_cost_.data();
-    info->progress_fpr_norm = fpr_norm_.data();
-    info->progress_time_ms = time_ms_.data();
+    info->progress_rel_gap = rel_gap_.get();
+    info->progress_res_pri = res_pri_.get();
+    info->progress_res_dual = res_dual_.get();
+    info->progress_primal_cost = primal_cost_.get();
+    info->progress_dual_cost = dual_cost_.get();
+    info->progress_fpr_norm = fpr_norm_.get();
+    info->progress_time_ms = time_ms_.get();
     info->progress_step_kind = step_kind_.data();
-    info->progress_ls_count = ls_count_.data();
+    info->progress_ls_count = ls_count_.get();
     settings->progress_capacity = capacity;
 }
 
 std::vector<ProgressRow> ProgressArrays::rows() const {
     std::vector<ProgressRow> rows;
+    // The solver writes rows 0, 1, ... in turn.
     for (std::size_t k = 0; k < iteration_.size(); ++k) {
-        if (iteration_[k] != static_cast<std::int32_t>(k)) continue;
+        if (iteration_[k] != static_cast<std::int32_t>(k)) break;
         const bool step = step_kind_[k] != kNoStep;
         rows.push_back(ProgressRow{iteration_[k], rel_gap_[k], res_pri_[k], res_dual_[k], primal_cost_[k], dual_cost_[k],
                                    fpr_norm_[k], time_ms_[k], step, step ? step_kind_[k] : 0, step ? ls_count_[k] : 0});

@@ -4,11 +4,16 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "records/records.h"
 #include "io/problem.h"
+
+// Appends text as a JSON string, quoted and escaped.
+void jsonString(std::string* out, const std::string& text);
 
 // Milliseconds spent reading the file, which Info does not hold.
 struct RunTimes {
@@ -17,9 +22,10 @@ struct RunTimes {
 
 // The solution as one JSON object: the status and the figures of Info (the times as
 // readSeconds, setupSeconds and solveSeconds), the objective in the file's sense with its constant, x (the file's
-// scalar variables in file order), X (the file's matrix variables, dense, row by row),
-// and the solver's y and s. Non-finite numbers are written as null. False when writing
-// failed.
+// scalar variables in file order), X (the file's matrix variables, dense, row by row;
+// for SDPA the matrix of the maximisation, F_i . X = c_i, a diagonal block as a vector),
+// for SDPA also Z = sum F_i x_i - F_0 block by block, and the solver's y and s.
+// Non-finite numbers are written as null. False when writing failed.
 bool writeSolutionJson(std::FILE* out, const ConicProblem& problem, const Solution& solution, const Info& info,
                        const RunTimes& times);
 
@@ -36,14 +42,23 @@ struct ProgressRow {
 class ProgressArrays {
 public:
     // capacity entries each; hooks them into info and sets settings->progress_capacity.
+    // Throws std::bad_alloc when the memory is not there.
     ProgressArrays(std::int32_t capacity, Info* info, Settings* settings);
 
     // The rows the solver filled, in order of iteration.
     std::vector<ProgressRow> rows() const;
 
 private:
-    std::vector<std::int32_t> iteration_, step_kind_, ls_count_;
-    std::vector<double> rel_gap_, res_pri_, res_dual_, primal_cost_, dual_cost_, fpr_norm_, time_ms_;
+    // Zero-filled by calloc, so that the pages of rows the solve never reaches are never
+    // touched: a capacity of a million rows costs only the two marked columns up front.
+    template <class T>
+    using LazyArray = std::unique_ptr<T[], void (*)(void*)>;
+    template <class T>
+    static LazyArray<T> lazyArray(std::int32_t capacity);
+
+    std::vector<std::int32_t> iteration_, step_kind_;  // -1 and a no-step mark until written
+    LazyArray<std::int32_t> ls_count_;
+    LazyArray<double> rel_gap_, res_pri_, res_dual_, primal_cost_, dual_cost_, fpr_norm_, time_ms_;
 };
 
 // CSV with a header line; the step columns are empty for a row without a step.

@@ -1,6 +1,9 @@
 #include "io/problem.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 #include <cmath>
 #include <limits>
@@ -13,9 +16,11 @@ double fileObjective(const ConicProblem& problem, double solver_objective) {
     return (problem.maximise ? -solver_objective : solver_objective) + problem.objective_constant;
 }
 
-std::vector<double> matrixVariable(const ConicProblem& problem, const double* x, int k) {
-    const std::int64_t side = problem.matrix_sides[k];
-    const double* packed = x + problem.matrix_offsets[k];
+namespace {
+
+// The dense side x side matrix, row by row, of packed entries with the sqrt(2) of the
+// off-diagonal entries taken out.
+std::vector<double> unpackSymmetric(const double* packed, std::int64_t side) {
     const double root2 = std::sqrt(2.0);
     std::vector<double> dense(static_cast<std::size_t>(side * side));
     for (std::int64_t j = 0; j < side; ++j) {
@@ -27,6 +32,19 @@ std::vector<double> matrixVariable(const ConicProblem& problem, const double* x,
         }
     }
     return dense;
+}
+
+}  // namespace
+
+std::vector<double> matrixVariable(const ConicProblem& problem, const double* x, int k) {
+    return unpackSymmetric(x + problem.matrix_offsets[k], problem.matrix_sides[k]);
+}
+
+std::vector<double> rowMatrix(const ConicProblem& problem, const double* v, int k) {
+    const std::int32_t side = problem.row_matrix_sides[k];
+    const double* rows = v + problem.row_matrix_starts[k];
+    if (side < 0) return std::vector<double>(rows, rows + -side);
+    return unpackSymmetric(rows, side);
 }
 
 namespace {
@@ -60,11 +78,17 @@ namespace {
 // bytes each while a problem is built. A file can declare far more than it contains (a
 // block of a million rows takes one line); such a file is refused rather than read
 // until the machine runs out of memory.
+// A limit on the process's address space (ulimit -v) counts as the machine's memory.
 std::int64_t sizeLimit() {
     static const std::int64_t limit = [] {
         const long pages = sysconf(_SC_PHYS_PAGES), page = sysconf(_SC_PAGE_SIZE);
         if (pages <= 0 || page <= 0) return std::int64_t{1} << 26;
-        return static_cast<std::int64_t>(pages) * page / 2 / 160;
+        double memory = static_cast<double>(pages) * static_cast<double>(page);
+        rlimit space;
+        if (getrlimit(RLIMIT_AS, &space) == 0 && space.rlim_cur != RLIM_INFINITY) {
+            memory = std::min(memory, static_cast<double>(space.rlim_cur));
+        }
+        return static_cast<std::int64_t>(memory / 2 / 160);
     }();
     return limit;
 }
@@ -301,4 +325,5 @@ void ProblemBuilder::finish(ConicProblem* problem) {
         problem->b[head + 1] = (g0 - g1) * root_half;
     }
     problem->c = costs_;
+    solver_rows_ = std::move(solver_row);
 }

@@ -53,6 +53,13 @@ struct ConicProblem {
     // Matrix variables (CBF PSDVAR): side of each and the column of its packed entries.
     std::vector<std::int32_t> matrix_sides;
     std::vector<std::int32_t> matrix_offsets;
+
+    // Matrix blocks of the rows (SDPA): the side of each block, negative for a diagonal
+    // block of that many entries, and the solver row where its entries start. Their duals
+    // in y form the matrix X with F_i . X = c_i and objective F_0 . X, their slacks in s
+    // the matrix Z = sum F_i x_i - F_0.
+    std::vector<std::int32_t> row_matrix_sides;
+    std::vector<std::int32_t> row_matrix_starts;
 };
 
 // The objective in the file's sense, constant included, from the solver's c'x.
@@ -61,6 +68,10 @@ double fileObjective(const ConicProblem& problem, double solver_objective);
 // Matrix variable k as a dense side x side matrix, row by row, from the solver's x: the
 // packed entries with the sqrt(2) of the off-diagonal entries taken out.
 std::vector<double> matrixVariable(const ConicProblem& problem, const double* x, int k);
+
+// Row matrix block k as a dense matrix, row by row, from the solver's y or s (a
+// diagonal block as the vector of its diagonal).
+std::vector<double> rowMatrix(const ConicProblem& problem, const double* v, int k);
 
 // Index of entry (i, j), i >= j, of a packed symmetric matrix of side n: the lower
 // triangle by columns.
@@ -121,6 +132,8 @@ public:
     void addCost(std::int32_t column, double value, std::uint32_t line);
 
     std::int32_t rows() const { return total_rows_; }
+    // After finish: the solver row of a builder row, -1 for a dropped one.
+    std::int32_t solverRow(std::int32_t row) const { return solver_rows_[row]; }
     std::int32_t columns() const { return columns_; }
     void reserve(std::size_t entries);
 
@@ -149,5 +162,6 @@ private:
     std::vector<std::uint32_t> constant_lines_;
     std::vector<double> costs_;
     std::vector<std::uint32_t> cost_lines_;
+    std::vector<std::int32_t> solver_rows_;
     std::string name_;
 };

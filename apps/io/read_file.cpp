@@ -32,10 +32,10 @@ ConicProblem readProblemFile(const std::string& path, FileFormat format) {
     if (format == FileFormat::Unknown) {
         failAt(path, 0, "unknown file type: the name should end in .cbf, .dat-s or .mps (optionally .gz), or give --format");
     }
-    const std::string bytes = loadFileBytes(path);
+    const TextSource source{path, {}, path};
     switch (format) {
-        case FileFormat::Cbf: return readCbf(bytes, path);
-        case FileFormat::Sdpa: return readSdpa(bytes, path);
-        default: return readMps(bytes, path);
+        case FileFormat::Cbf: return readCbfFrom(source);
+        case FileFormat::Sdpa: return readSdpaFrom(source);
+        default: return readMpsFrom(source);
     }
 }

@@ -89,8 +89,9 @@ private:
 
 }  // namespace
 
-ConicProblem readSdpa(std::string_view text, const std::string& name) {
-    LineCursor cursor(text, name);
+ConicProblem readSdpaFrom(const TextSource& source) {
+    const std::string& name = source.name;
+    LineCursor cursor(source);
     // Comments before the counts.
     for (;;) {
         if (!cursor.advance()) failAt(name, cursor.lineNumber(), "the file ends before the number of constraint matrices");
@@ -159,5 +160,9 @@ ConicProblem readSdpa(std::string_view text, const std::string& name) {
     problem.format = "SDPA";
     problem.scalar_variables = static_cast<std::int32_t>(m);
     builder.finish(&problem);
+    for (std::size_t k = 0; k < sizes.size(); ++k) {
+        problem.row_matrix_sides.push_back(sizes[k]);
+        problem.row_matrix_starts.push_back(builder.solverRow(first_rows[k]));
+    }
     return problem;
 }

@@ -1,5 +1,6 @@
 #include "io/text_input.h"
 
+#include <sys/stat.h>
 #include <zlib.h>
 
 #include <cerrno>
@@ -80,10 +81,53 @@ std::string loadFileBytes(const std::string& path) {
     return endsWith(path, ".gz") || startsLikeGzip(path) ? loadCompressed(path) : loadPlain(path);
 }
 
+LineCursor::LineCursor(const TextSource& source) : LineCursor(source.text, source.name) {
+    if (source.path.empty()) return;
+    struct stat status;
+    if (stat(source.path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) failAt(source.path, 0, "is a folder, not a file");
+    size_hint_ = stat(source.path.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+    gzFile file = gzopen(source.path.c_str(), "rb");
+    if (file == nullptr) failAt(source.path, 0, std::string("cannot open: ") + std::strerror(errno));
+    gzbuffer(file, 1 << 17);
+    stream_ = file;
+    next_ = end_ = buffer_.data();
+}
+
+LineCursor::~LineCursor() {
+    if (stream_ != nullptr) gzclose(static_cast<gzFile>(stream_));
+}
+
+bool LineCursor::refill() {
+    constexpr std::size_t kChunk = 1 << 20;
+    const std::size_t kept = static_cast<std::size_t>(end_ - next_);
+    const std::size_t offset = static_cast<std::size_t>(next_ - buffer_.data());
+    // A line longer than the buffer grows it; otherwise the buffer stays at two chunks.
+    if (buffer_.size() < kept + kChunk) buffer_.resize(kept + kChunk);
+    std::memmove(buffer_.data(), buffer_.data() + offset, kept);
+    gzFile file = static_cast<gzFile>(stream_);
+    const int got = gzread(file, buffer_.data() + kept, static_cast<unsigned>(buffer_.size() - kept));
+    int code = Z_OK;
+    const char* message = gzerror(file, &code);
+    if (got < 0 || (code != Z_OK && code != Z_BUF_ERROR)) {
+        failAt(name_, 0, code == Z_ERRNO ? std::string("cannot read: ") + std::strerror(errno)
+                                         : std::string("damaged compressed data: ") + message);
+    }
+    // A compressed stream cut short reads as a clean end with Z_BUF_ERROR pending.
+    if (got == 0 && code == Z_BUF_ERROR) failAt(name_, 0, "compressed data end early (truncated file)");
+    next_ = buffer_.data();
+    end_ = next_ + kept + static_cast<std::size_t>(got);
+    return got > 0;
+}
+
 bool LineCursor::advance() {
+    const char* stop = next_ < end_ ? static_cast<const char*>(std::memchr(next_, '\n', static_cast<std::size_t>(end_ - next_))) : nullptr;
+    while (stop == nullptr && stream_ != nullptr) {
+        const std::size_t searched = static_cast<std::size_t>(end_ - next_);
+        if (!refill()) break;
+        stop = static_cast<const char*>(std::memchr(next_ + searched, '\n', static_cast<std::size_t>(end_ - next_) - searched));
+    }
     if (next_ >= end_) return false;
     const char* start = next_;
-    const char* stop = static_cast<const char*>(std::memchr(start, '\n', static_cast<std::size_t>(end_ - start)));
     if (stop == nullptr) stop = end_;
     next_ = stop < end_ ? stop + 1 : end_;
     while (stop > start && isBlank(stop[-1])) --stop;

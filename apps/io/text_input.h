@@ -24,11 +24,29 @@ std::string loadFileBytes(const std::string& path);
 // Whether c separates fields: blank, tab, carriage return, vertical tab or form feed.
 inline bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
 
-// Lines of a text in memory. The line ends at '\n'; a trailing '\r' and all trailing
-// blanks are cut. Line numbers count from 1.
+// Where a reader's lines come from: text in memory, or (with a path) a file streamed
+// from disk a megabyte at a time, inflated on the way when its content is gzip's, so that
+// reading needs memory for the problem and not for the file.
+struct TextSource {
+    std::string name;       // used in messages and kept as the problem's source
+    std::string_view text;  // when path is empty
+    std::string path;
+};
+
+// Lines of a text source. The line ends at '\n'; a trailing '\r' and all trailing blanks
+// are cut. Line numbers count from 1. A line stays valid until the next advance.
 class LineCursor {
 public:
     LineCursor(std::string_view text, std::string name) : next_(text.data()), end_(text.data() + text.size()), name_(std::move(name)) {}
+    // Opens the source's file when it has a path; throws ReadError when it cannot.
+    explicit LineCursor(const TextSource& source);
+    ~LineCursor();
+    LineCursor(const LineCursor&) = delete;
+    LineCursor& operator=(const LineCursor&) = delete;
+
+    // The bytes of the text, or of the file on disk (compressed when it is): a bound for
+    // what a reader may reserve up front.
+    std::size_t sizeHint() const { return size_hint_; }
 
     // Moves to the next line; false at the end of the text.
     bool advance();
@@ -45,11 +63,18 @@ public:
     [[noreturn]] void fail(const std::string& text) const { failAt(name_, number_, text); }
 
 private:
+    // Streaming: keeps the unread rest of the buffer and reads more behind it; false when
+    // the file has no more.
+    bool refill();
+
     const char* next_;
     const char* end_;
     std::string_view line_;
     long number_ = 0;
     std::string name_;
+    std::size_t size_hint_ = static_cast<std::size_t>(end_ - next_);
+    void* stream_ = nullptr;  // the zlib stream of a file, or null for text in memory
+    std::string buffer_;
 };
 
 // Fields of one line, split on blanks.

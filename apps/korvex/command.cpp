@@ -1,16 +1,19 @@
-// The korvex command: solves the cone program in a CBF, SDPA or MPS file.
+// The korvex command: solves the cone programs in CBF, SDPA or MPS files.
 //
-//   korvex [options] FILE
+//   korvex [options] FILE...
 //
 // runCommand is the whole command, so that the executable and the Python module's
 // `python3 -m korvex` behave the same.
 //
-// Reads the file into the solver's records (defaults from the settings table, changed by
-// the options), calls solveConeProgram, whose console report is the output, and ends
-// with one summary line. Exit codes: 0 when the solve ended with a verdict (solved,
-// infeasible or unbounded, accurate or not), 1 for an indeterminate end or a failure,
-// 130 when interrupted (Ctrl+C or --time-limit), 2 for a usage error, 3 for a file that
-// cannot be read or does not follow its format.
+// One file: reads it into the solver's records (defaults from the settings table, the
+// command's own iteration limit, changed by the options), calls solveConeProgram, whose
+// console report is the output, and ends with one summary line. Several files (or
+// --jsonl): each is solved in a process of its own, --jobs at a time (batch.cpp). Exit
+// codes: 0 when the solve ended with a verdict (solved, infeasible or unbounded, accurate
+// or not), 1 for an indeterminate end or a failure, 130 when interrupted (Ctrl+C or
+// --time-limit), 143 when terminated, 2 for a usage error, 3 for a file that cannot be
+// read or does not follow its format; for several files the largest of theirs. Running
+// out of memory, while reading or in the solver, is a failure (1).
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,6 +26,8 @@
 #include <vector>
 
 #include "korvex/command.h"
+#include "korvex/run.h"
+#include "korvex/signals.h"
 #include "records/records.h"
 #include "core/solver.h"
 #include "io/options.h"
@@ -37,57 +42,55 @@ using namespace korvex;
 
 namespace {
 
-constexpr int kExitVerdict = 0;
-constexpr int kExitNoVerdict = 1;
-constexpr int kExitUsage = 2;
-constexpr int kExitFile = 3;
-constexpr int kExitInterrupted = 130;
-
 // Bytes of one row of the progress history: three int32 and seven double columns.
 constexpr double kProgressRowBytes = 3 * 4 + 7 * 8;
 
 const char kUsage[] =
-    "usage: korvex [options] FILE\n"
+    "usage: korvex [options] FILE...\n"
     "\n"
-    "Solves the cone program in FILE: CBF (.cbf), SDPA sparse (.dat-s) or MPS (.mps), each\n"
-    "optionally gzipped (told by content). Prints the solver's report and a summary line.\n"
+    "Solves the cone program in each FILE: CBF (.cbf), SDPA sparse (.dat-s) or MPS (.mps),\n"
+    "each optionally gzipped (told by content). Prints the solver's report and a summary line.\n"
+    "Several files are solved in parallel processes, each one's output printed whole when it ends.\n"
     "\n"
     "Options of the command:\n"
     "  -h, --help              this text\n"
     "  --version               the solver's version\n"
     "  --format cbf|sdpa|mps   read FILE in this format whatever its name\n"
-    "  --solution PATH         write the solution as JSON\n"
+    "  --solution PATH         write the solution as JSON (several files: a folder of FILE.json)\n"
+    "  --jsonl PATH            write one line of solution JSON per file, in the order given\n"
+    "  --jobs N                files solved at once (default: the cores this process may use)\n"
     "  --history PATH          write the progress history (Marlet iteration) as CSV\n"
     "  --plot PATH             draw the progress history as an SVG convergence plot\n"
     "  --write-cbf PATH        write the problem as read, in CBF\n"
+    "                          (several files: --history, --plot, --write-cbf name folders)\n"
     "  --no-solve              read (and write) the problem, print its size, do not solve\n"
-    "  --time-limit SECONDS    interrupt the solve after this long\n"
+    "  --time-limit SECONDS    interrupt the solve (of each file) after this long\n"
     "  --blas-threads N        BLAS threads (default 1, so that runs are reproducible)\n"
     "  --threads N             solver threads (default KORVEX_THREADS or every core; same bits)\n"
     "  --settings-markdown     the option arguments of the host link as a Markdown table\n"
     "\n"
-    "Settings of the solver, as --NAME VALUE, --NAME=VALUE, or with '-' for '_':\n";
+    "Settings of the solver, as --NAME VALUE, --NAME=VALUE, or with '-' for '_' (the\n"
+    "command's defaults; max_iters differs from the library's):\n";
 
 const char kExitCodes[] =
     "\n"
     "Exit codes: 0 a verdict (solved, infeasible or unbounded, inaccurate ones too), 1 an\n"
     "indeterminate end or a failure, 2 a usage error, 3 a file that cannot be read or does not\n"
-    "follow its format, 130 interrupted (Ctrl+C or --time-limit).\n";
+    "follow its format, 130 interrupted (Ctrl+C or --time-limit), 143 terminated (SIGTERM);\n"
+    "for several files the largest of theirs. A first Ctrl+C stops the solve and writes the\n"
+    "outputs whole; a second ends at once.\n";
 
-struct CommandLine {
-    Settings settings{};
-    std::string input;
-    FileFormat format = FileFormat::Unknown;
-    double time_limit = 0.0;
-    int blas_threads = 1;
-    int threads = 0;  // 0: KORVEX_THREADS or the cores of the process
-    std::string solution_path, history_path, plot_path, cbf_path;
-    bool no_solve = false, help = false, version = false, markdown = false;
-};
+// The settings a solve of the command starts from.
+Settings commandDefaults() {
+    Settings settings;
+    setDefaultSettings(&settings);
+    settings.max_iters = kCommandMaxIters;
+    return settings;
+}
 
 // Fills line from the arguments; "" or the complaint.
 std::string parseArguments(int argc, char** argv, CommandLine* line) {
-    setDefaultSettings(&line->settings);
+    line->settings = commandDefaults();
     for (int k = 1; k < argc; ++k) {
         std::string_view arg = argv[k];
         if (arg == "-h") {
@@ -100,8 +103,7 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
             return "unknown option " + std::string(arg) + " (-h or --help lists them)";
         }
         if (arg.size() < 2 || arg.substr(0, 2) != "--") {
-            if (!line->input.empty()) return "one problem file only (" + line->input + " and " + std::string(arg) + ")";
-            line->input = arg;
+            line->inputs.emplace_back(arg);
             continue;
         }
         arg.remove_prefix(2);
@@ -140,6 +142,14 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
             if (line->format == FileFormat::Unknown) return "--format takes cbf, sdpa or mps, not '" + value + "'";
         } else if (name == "solution") {
             line->solution_path = value;
+        } else if (name == "jsonl") {
+            line->jsonl_path = value;
+        } else if (name == "jobs") {
+            std::int64_t jobs;
+            if (!parseInteger(value, &jobs) || jobs < 1 || jobs > 1024) {
+                return "--jobs takes a whole number from 1 to 1024, not '" + value + "'";
+            }
+            line->jobs = static_cast<int>(jobs);
         } else if (name == "history") {
             line->history_path = value;
         } else if (name == "plot") {
@@ -167,48 +177,10 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
         }
         if (separate) ++k;
     }
-    if (!line->help && !line->version && !line->markdown && line->input.empty()) return "no problem file given";
+    if (!line->help && !line->version && !line->markdown && line->inputs.empty()) return "no problem file given";
+    if (line->jobs == 0) line->jobs = availableCores();
     return "";
 }
-
-// An output file written whole or not at all: the text goes to a temporary file beside
-// the target, which takes the target's name only at commit(), so that a failed or
-// interrupted run never leaves a partial or empty file behind.
-class OutputFile {
-public:
-    OutputFile() = default;
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
-    ~OutputFile() {
-        if (file_ == nullptr) return;
-        std::fclose(file_);
-        std::remove(temp_.c_str());
-    }
-    // Opens the temporary file for path (nothing for an empty path), or explains why not.
-    bool open(const std::string& path) {
-        if (path.empty()) return true;
-        path_ = path;
-        temp_ = path + ".korvex-" + std::to_string(getpid());
-        file_ = std::fopen(temp_.c_str(), "wb");
-        if (file_ != nullptr) return true;
-        std::fprintf(stderr, "korvex: cannot write %s: %s\n", path.c_str(), std::strerror(errno));
-        return false;
-    }
-    explicit operator bool() const { return file_ != nullptr; }
-    std::FILE* get() const { return file_; }
-    // Closes the file and gives it its name; false if either fails.
-    bool commit() {
-        const bool closed = std::fclose(file_) == 0;
-        file_ = nullptr;
-        if (closed && std::rename(temp_.c_str(), path_.c_str()) == 0) return true;
-        std::remove(temp_.c_str());
-        return false;
-    }
-
-private:
-    std::string path_, temp_;
-    std::FILE* file_ = nullptr;
-};
 
 int exitCodeOf(int statusVal) {
     switch (statusVal) {
@@ -232,7 +204,8 @@ struct SolutionArrays {
     }
 };
 
-int run(const CommandLine& line) {
+int solveOne(const CommandLine& line, StopSignals* stop) {
+    const std::string& input = line.inputs.front();
     OutputFile solution_file, history_file, plot_file, cbf_file;
     if (!solution_file.open(line.solution_path) || !history_file.open(line.history_path) ||
         !plot_file.open(line.plot_path) || !cbf_file.open(line.cbf_path)) {
@@ -245,26 +218,28 @@ int run(const CommandLine& line) {
     startTimer(&read_timer);
     ConicProblem problem;
     try {
-        problem = readProblemFile(line.input, line.format);
+        problem = readProblemFile(input, line.format);
     } catch (const ReadError& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return kExitFile;
     } catch (const std::bad_alloc&) {
-        std::fprintf(stderr, "%s: not enough memory to read the problem\n", line.input.c_str());
-        return kExitFile;
+        // Not the file's fault: a failure, as when the solver's set-up runs out of memory.
+        std::fprintf(stderr, "%s: not enough memory to read the problem\n", input.c_str());
+        return kExitNoVerdict;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s: %s\n", line.input.c_str(), error.what());
+        std::fprintf(stderr, "%s: %s\n", input.c_str(), error.what());
         return kExitFile;
     }
     RunTimes times;
     times.read_ms = readTimer(&read_timer);
+    stop->setPhase(RunPhase::Solving);
 
     if (cbf_file && !(writeCbf(problem, cbf_file.get()) && cbf_file.commit())) {
         std::fprintf(stderr, "korvex: writing %s failed\n", line.cbf_path.c_str());
         return kExitFile;
     }
     if (line.no_solve) {
-        std::printf("korvex: %s: %s, %d variables, %d constraints, %zu non-zeros, read in %.3fs\n", line.input.c_str(),
+        std::printf("korvex: %s: %s, %d variables, %d constraints, %zu non-zeros, read in %.3fs\n", input.c_str(),
                     problem.format.c_str(), problem.n, problem.m, problem.values.size(), times.read_ms / 1000);
         return kExitVerdict;
     }
@@ -301,6 +276,7 @@ int run(const CommandLine& line) {
     startTimer(&solve_timer);
     const int status = solveConeProgram(&records.data, &records.cone, &arrays.solution, &info);
     const double elapsed_ms = readTimer(&solve_timer);
+    stop->setPhase(RunPhase::Writing);
     const bool out_of_time = limit && limit->reached();
     limit.reset();
     const std::vector<ProgressRow> rows = progress ? progress->rows() : std::vector<ProgressRow>{};
@@ -342,11 +318,25 @@ int run(const CommandLine& line) {
 
 }  // namespace
 
+int korvex::runOne(const CommandLine& line) {
+    StopSignals stop;
+    int code;
+    try {
+        code = solveOne(line, &stop);
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "korvex: not enough memory\n");
+        code = kExitNoVerdict;
+    }
+    std::fflush(stdout);
+    const int received = stop.received();
+    return received != 0 ? 128 + received : code;
+}
+
 int korvex::runCommand(int argc, char** argv) {
     CommandLine line;
     const std::string error = parseArguments(argc, argv, &line);
     if (line.help) {
-        std::printf("%s%s%s", kUsage, settingsHelp().c_str(), kExitCodes);
+        std::printf("%s%s%s", kUsage, settingsHelp(commandDefaults()).c_str(), kExitCodes);
         return kExitVerdict;
     }
     if (line.version) {
@@ -361,5 +351,6 @@ int korvex::runCommand(int argc, char** argv) {
         std::fprintf(stderr, "korvex: %s\nTry 'korvex --help'.\n", error.c_str());
         return kExitUsage;
     }
-    return run(line);
+    if (line.inputs.size() > 1 || !line.jsonl_path.empty()) return runBatch(line);
+    return runOne(line);
 }

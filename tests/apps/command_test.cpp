@@ -42,12 +42,14 @@ std::string run(const std::string& arguments, const std::string& scratch) {
     output = replaceAll(replaceAll(output, examples, "$EX"), scratch, "$TMP");
     output = std::regex_replace(output, std::regex("(read|setup|solve|read in|after) [0-9.]+s"), "$1 Ts");
     output = std::regex_replace(output, std::regex("[0-9]+ iterations"), "N iterations");
+    std::string rounded;
     std::smatch objective;
-    if (std::regex_search(output, objective, std::regex("objective (\\S+) \\("))) {
+    for (; std::regex_search(output, objective, std::regex("objective (\\S+) \\(")); output = objective.suffix()) {
         char digits[32];
         std::snprintf(digits, sizeof digits, "%.6g", std::stod(objective[1]));
-        output.replace(objective.position(1), objective.length(1), digits);
+        rounded += objective.prefix().str() + "objective " + digits + " (";
     }
+    output = rounded + output;
     return replaceAll(output, "-nan", "nan") + "[exit " + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) + "]\n";
 }
 
