@@ -15,7 +15,7 @@ foreach(folder IN ITEMS kernels reporting records linsys cones directions core)
   list(APPEND korvex_library_objects $<TARGET_OBJECTS:korvex_${folder}>)
 endforeach()
 set(korvex_public_includes
-  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src/include>
   $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 
@@ -88,7 +88,7 @@ install(TARGETS korvex_shared korvex_static EXPORT KorvexTargets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 # The host link is loaded by path or by name with dlopen; nothing links against it.
 install(TARGETS KorvexLink LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/include/korvex/korvex.h ${PROJECT_BINARY_DIR}/include/korvex/version.h
+install(FILES ${PROJECT_SOURCE_DIR}/src/include/korvex/korvex.h ${PROJECT_BINARY_DIR}/include/korvex/version.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/korvex)
 
 include(CMakePackageConfigHelpers)
