@@ -76,4 +76,19 @@ options=$("$prefix/bin/korvex" --help | grep -o -- '--[a-z][a-z_-]*' | sort -u)
 for option in $options; do
   grep -q -- "$option" <<<"$page" || fail "the man page lacks $option"
 done
+# The installed Python module (when the tree built it) solves from scipy and from a file.
+if [ -d "$build/python" ]; then
+  module=$(find "$prefix" -type d -path '*/dist-packages/korvex' | head -n 1)
+  [ -n "$module" ] || fail "the Python module is not installed"
+  solved=$(cd "$work" && PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$(dirname "$module") /usr/bin/python3 -c "
+import korvex, numpy, scipy.sparse
+assert korvex.__file__.startswith('$prefix')
+r = korvex.solve(scipy.sparse.csc_matrix([[-1.0, 0.0], [0.0, -1.0]]), numpy.zeros(2), numpy.ones(2),
+                 {'linear_vars': 2}, verbose=0)
+p = korvex.read('$source/examples/portfolio.cbf')
+q = korvex.solve(p, verbose=0)
+print(r.status, abs(round(r.pobj, 3)), q.status)
+" 2>&1) || fail "the installed Python module failed: $solved"
+  [ "$solved" = "Solved 0.0 Solved" ] || fail "the installed Python module answered: $solved"
+fi
 echo "install check passed: $(wc -w <<<"$options") options in the man page"
