@@ -109,7 +109,6 @@ ConicProblem readSdpaFrom(const TextSource& source) {
     const std::int64_t block_count = numbers.leadingCount("number of blocks");
     if (block_count < 1 || block_count > 1000000) cursor.fail("the number of blocks must be positive");
 
-    ProblemBuilder builder(static_cast<std::int32_t>(m), name);
     std::vector<std::int32_t> sizes, first_rows;
     for (std::int64_t k = 0; k < block_count; ++k) {
         std::int64_t size = numbers.integer("block sizes");
@@ -117,11 +116,17 @@ ConicProblem readSdpaFrom(const TextSource& source) {
             cursor.fail("block size " + std::to_string(size) + " is out of range");
         }
         sizes.push_back(static_cast<std::int32_t>(size));
-        first_rows.push_back(size < 0 ? builder.addBlock(BlockCone::NonNegative, static_cast<std::int32_t>(-size))
-                                      : builder.addBlock(BlockCone::Semidefinite, static_cast<std::int32_t>(size)));
     }
-    for (std::int64_t j = 0; j < m; ++j) builder.addCost(static_cast<std::int32_t>(j), numbers.real("costs"), cursor.lineNumber());
+    // The m costs are read before anything is sized by m: a file that declares far more
+    // constraint matrices than it holds costs for is refused without allocating for them.
+    std::vector<std::pair<double, std::uint32_t>> costs;
+    for (std::int64_t j = 0; j < m; ++j) costs.emplace_back(numbers.real("costs"), static_cast<std::uint32_t>(cursor.lineNumber()));
     numbers.finishLine("the costs");
+    ProblemBuilder builder(static_cast<std::int32_t>(m), name);
+    for (const std::int32_t size : sizes) {
+        first_rows.push_back(size < 0 ? builder.addBlock(BlockCone::NonNegative, -size) : builder.addBlock(BlockCone::Semidefinite, size));
+    }
+    for (std::int64_t j = 0; j < m; ++j) builder.addCost(static_cast<std::int32_t>(j), costs[j].first, costs[j].second);
 
     const double root2 = std::sqrt(2.0);
     while (cursor.advance()) {
