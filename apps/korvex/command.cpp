@@ -144,12 +144,6 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
             line->solution_path = value;
         } else if (name == "jsonl") {
             line->jsonl_path = value;
-        } else if (name == "jobs") {
-            std::int64_t jobs;
-            if (!parseInteger(value, &jobs) || jobs < 1 || jobs > 1024) {
-                return "--jobs takes a whole number from 1 to 1024, not '" + value + "'";
-            }
-            line->jobs = static_cast<int>(jobs);
         } else if (name == "history") {
             line->history_path = value;
         } else if (name == "plot") {
@@ -158,18 +152,13 @@ std::string parseArguments(int argc, char** argv, CommandLine* line) {
             line->cbf_path = value;
         } else if (name == "time-limit") {
             if (!parseSeconds(value, &line->time_limit)) return "--time-limit takes a positive number of seconds, not '" + value + "'";
-        } else if (name == "blas-threads") {
-            std::int64_t threads;
-            if (!parseInteger(value, &threads) || threads < 1 || threads > 1024) {
-                return "--blas-threads takes a whole number from 1 to 1024, not '" + value + "'";
+        } else if (name == "jobs" || name == "blas-threads" || name == "threads") {
+            // Counts of processes or threads.
+            std::int64_t count;
+            if (!parseInteger(value, &count) || count < 1 || count > 1024) {
+                return "--" + name + " takes a whole number from 1 to 1024, not '" + value + "'";
             }
-            line->blas_threads = static_cast<int>(threads);
-        } else if (name == "threads") {
-            std::int64_t threads;
-            if (!parseInteger(value, &threads) || threads < 1 || threads > 1024) {
-                return "--threads takes a whole number from 1 to 1024, not '" + value + "'";
-            }
-            line->threads = static_cast<int>(threads);
+            (name == "jobs" ? line->jobs : name == "threads" ? line->threads : line->blas_threads) = static_cast<int>(count);
         } else {
             int done = applySetting(&line->settings, name, value, &error);
             if (done < 0) return error;
