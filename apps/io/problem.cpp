@@ -79,17 +79,19 @@ namespace {
 // block of a million rows takes one line); such a file is refused rather than read
 // until the machine runs out of memory.
 // A limit on the process's address space (ulimit -v) counts as the machine's memory.
-std::int64_t sizeLimit() {
-    static const std::int64_t limit = [] {
-        const long pages = sysconf(_SC_PHYS_PAGES), page = sysconf(_SC_PAGE_SIZE);
-        if (pages <= 0 || page <= 0) return std::int64_t{1} << 26;
-        double memory = static_cast<double>(pages) * static_cast<double>(page);
-        rlimit space;
-        if (getrlimit(RLIMIT_AS, &space) == 0 && space.rlim_cur != RLIM_INFINITY) {
-            memory = std::min(memory, static_cast<double>(space.rlim_cur));
-        }
-        return static_cast<std::int64_t>(memory / 2 / 160);
-    }();
+std::int64_t memoryLimit() {
+    const long pages = sysconf(_SC_PHYS_PAGES), page = sysconf(_SC_PAGE_SIZE);
+    if (pages <= 0 || page <= 0) return std::int64_t{1} << 26;
+    double memory = static_cast<double>(pages) * static_cast<double>(page);
+    rlimit space;
+    if (getrlimit(RLIMIT_AS, &space) == 0 && space.rlim_cur != RLIM_INFINITY) {
+        memory = std::min(memory, static_cast<double>(space.rlim_cur));
+    }
+    return static_cast<std::int64_t>(memory / 2 / 160);
+}
+
+std::int64_t& sizeLimit() {
+    static std::int64_t limit = memoryLimit();
     return limit;
 }
 
@@ -105,6 +107,12 @@ void checkSize(const std::string& name, std::int64_t rows, std::int64_t columns)
 
 }  // namespace
 
+std::int64_t setProblemSizeLimit(std::int64_t rows_and_columns) {
+    const std::int64_t earlier = sizeLimit();
+    sizeLimit() = rows_and_columns > 0 ? std::min(rows_and_columns, memoryLimit()) : memoryLimit();
+    return earlier;
+}
+
 ProblemBuilder::ProblemBuilder(std::int32_t columns, std::string name) : columns_(columns), name_(std::move(name)) {
     checkSize(name_, 0, columns);
     costs_.assign(static_cast<std::size_t>(columns), 0.0);
@@ -119,8 +127,6 @@ std::int32_t ProblemBuilder::addBlock(BlockCone cone, std::int32_t size, double 
     blocks_.push_back(Block{cone, static_cast<std::int32_t>(rows), size, exponent, total_rows_});
     std::int32_t first = total_rows_;
     total_rows_ += static_cast<std::int32_t>(rows);
-    constants_.resize(static_cast<std::size_t>(total_rows_), 0.0);
-    constant_lines_.resize(static_cast<std::size_t>(total_rows_), 0);
     return first;
 }
 
@@ -140,7 +146,16 @@ namespace {
 
 }  // namespace
 
+// The constants are sized for the rows only once a constant or the end comes, after
+// every block is declared: a file that declares far more rows than memory holds, block by
+// block, is refused by the size check before anything is allocated for its rows.
+void ProblemBuilder::sizeConstants() {
+    constants_.resize(static_cast<std::size_t>(total_rows_), 0.0);
+    constant_lines_.resize(static_cast<std::size_t>(total_rows_), 0);
+}
+
 void ProblemBuilder::addConstant(std::int32_t row, double value, std::uint32_t line) {
+    if (constants_.size() != static_cast<std::size_t>(total_rows_)) sizeConstants();
     if (constant_lines_[row] != 0) repeated(name_, line, constant_lines_[row], "constant for this row");
     constants_[row] = value;
     constant_lines_[row] = line == 0 ? 1 : line;
@@ -178,6 +193,7 @@ constexpr int kGroups = 7;
 
 void ProblemBuilder::finish(ConicProblem* problem) {
     const double root_half = std::sqrt(0.5);
+    if (constants_.size() != static_cast<std::size_t>(total_rows_)) sizeConstants();
 
     // Rows in the solver's order: the blocks group by group, each group in file order.
     // An exponential triple is reversed: the file puts the bound first, the solver last.

@@ -106,6 +106,12 @@ enum class BlockCone {
     DualPower,        // (g0/a)^a (g1/(1-a))^(1-a) >= |g2|
 };
 
+// The most rows and columns together that a reader builds; a file declaring more is
+// refused before anything is sized for it. The default is what half of the machine's
+// memory (or of the address-space limit) holds; a caller that reads files from others can
+// set a smaller bound. A limit <= 0 restores the default. Returns the limit before.
+std::int64_t setProblemSizeLimit(std::int64_t rows_and_columns);
+
 class ProblemBuilder {
 public:
     // Starts a problem with the given number of columns; name is the file name used in
@@ -143,6 +149,7 @@ public:
     void finish(ConicProblem* problem);
 
 private:
+    void sizeConstants();
     struct Block {
         BlockCone cone;
         std::int32_t size;  // rows

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -41,7 +42,7 @@ std::string loadPlain(const std::string& path) {
 std::string loadCompressed(const std::string& path) {
     gzFile file = gzopen(path.c_str(), "rb");
     if (file == nullptr) failAt(path, 0, std::string("cannot open: ") + std::strerror(errno));
-    gzbuffer(file, 1 << 17);
+    gzbuffer(file, 1 << 15);
     std::string bytes;
     char chunk[1 << 16];
     for (;;) {
@@ -88,9 +89,9 @@ LineCursor::LineCursor(const TextSource& source) : LineCursor(source.text, sourc
     size_hint_ = stat(source.path.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
     gzFile file = gzopen(source.path.c_str(), "rb");
     if (file == nullptr) failAt(source.path, 0, std::string("cannot open: ") + std::strerror(errno));
-    gzbuffer(file, 1 << 17);
+    gzbuffer(file, 1 << 15);
     stream_ = file;
-    next_ = end_ = buffer_.data();
+    next_ = end_ = nullptr;
 }
 
 LineCursor::~LineCursor() {
@@ -98,14 +99,20 @@ LineCursor::~LineCursor() {
 }
 
 bool LineCursor::refill() {
-    constexpr std::size_t kChunk = 1 << 20;
+    // Reads start at 16 KiB and double up to 1 MiB, so that a small file costs no large
+    // buffer. A line longer than the buffer grows it; otherwise it stays at two chunks.
+    chunk_ = chunk_ == 0 ? std::size_t{1} << 14 : std::min(2 * chunk_, std::size_t{1} << 20);
     const std::size_t kept = static_cast<std::size_t>(end_ - next_);
-    const std::size_t offset = static_cast<std::size_t>(next_ - buffer_.data());
-    // A line longer than the buffer grows it; otherwise the buffer stays at two chunks.
-    if (buffer_.size() < kept + kChunk) buffer_.resize(kept + kChunk);
-    std::memmove(buffer_.data(), buffer_.data() + offset, kept);
+    if (buffer_size_ < kept + chunk_) {
+        std::unique_ptr<char[]> bigger(new char[kept + chunk_]);
+        if (kept > 0) std::memcpy(bigger.get(), next_, kept);
+        buffer_ = std::move(bigger);
+        buffer_size_ = kept + chunk_;
+    } else if (kept > 0) {
+        std::memmove(buffer_.get(), next_, kept);
+    }
     gzFile file = static_cast<gzFile>(stream_);
-    const int got = gzread(file, buffer_.data() + kept, static_cast<unsigned>(buffer_.size() - kept));
+    const int got = gzread(file, buffer_.get() + kept, static_cast<unsigned>(buffer_size_ - kept));
     int code = Z_OK;
     const char* message = gzerror(file, &code);
     if (got < 0 || (code != Z_OK && code != Z_BUF_ERROR)) {
@@ -114,7 +121,7 @@ bool LineCursor::refill() {
     }
     // A compressed stream cut short reads as a clean end with Z_BUF_ERROR pending.
     if (got == 0 && code == Z_BUF_ERROR) failAt(name_, 0, "compressed data end early (truncated file)");
-    next_ = buffer_.data();
+    next_ = buffer_.get();
     end_ = next_ + kept + static_cast<std::size_t>(got);
     return got > 0;
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <stdexcept>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -74,7 +75,9 @@ private:
     std::string name_;
     std::size_t size_hint_ = static_cast<std::size_t>(end_ - next_);
     void* stream_ = nullptr;  // the zlib stream of a file, or null for text in memory
-    std::string buffer_;
+    std::unique_ptr<char[]> buffer_;  // not zero-filled: every byte used was read
+    std::size_t buffer_size_ = 0;
+    std::size_t chunk_ = 0;  // the size of the last read
 };
 
 // Fields of one line, split on blanks.

@@ -229,15 +229,16 @@ TEST(Limits, HugeDeclarationsAreRefusedAndMemoryFailuresEndCleanly) {
         std::ofstream(dir + "/" + name) << text;
         return dir + "/" + name;
     };
-    // A billion variables, rows or non-zeros declared in a few bytes: refused up front,
-    // gzipped too, with a machine of 512 MB or of its own memory.
+    // A billion variables, rows or non-zeros declared in a few bytes, or blocks that pass
+    // the check one by one and not together: refused up front, gzipped too, with a machine
+    // of 512 MB or of its own memory.
     const std::string huge[] = {
         fileOf("vars.cbf", "VER\n3\nOBJSENSE\nMIN\nVAR\n1000000000 1\nF 1000000000\n"),
         fileOf("rows.cbf", "VER\n3\nOBJSENSE\nMIN\nVAR\n1 1\nF 1\nCON\n1000000000 1\nL+ 1000000000\n"),
         fileOf("entries.cbf", "VER\n3\nOBJSENSE\nMIN\nVAR\n1 1\nF 1\nCON\n1 1\nL+ 1\nACOORD\n1000000000\n0 0 1\n"),
         fileOf("rows.dat-s", "1000000000\n1\n2\n1\n"),
-        fileOf("block.dat-s", "1\n1\n65535\n1\n"), dir + "/packed.cbf"};
-    gzFile packed = gzopen(huge[5].c_str(), "wb");
+        fileOf("block.dat-s", "1\n1\n65535\n1\n"), fileOf("blocks.dat-s", "1\n2\n9000 9000\n1\n"), dir + "/packed.cbf"};
+    gzFile packed = gzopen(huge[6].c_str(), "wb");
     gzputs(packed, "VER\n3\nOBJSENSE\nMIN\nVAR\n1 1\nF 1\nCON\n1 1\nL+ 1\nACOORD\n1000000000\n0 0 1\n");
     gzclose(packed);
     for (const std::string& path : huge) {
