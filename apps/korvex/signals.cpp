@@ -20,7 +20,8 @@ namespace korvex {
 
 namespace {
 
-// SIGUSR2, directed at the watcher alone, tells it to end.
+// SIGUSR2, directed at the watcher alone, tells it that the phase changed or, once
+// watching is false, to end.
 constexpr int kWakeSignal = SIGUSR2;
 
 std::mutex temporaries_mutex;
@@ -52,6 +53,19 @@ void say(const char* text) {
     _exit(128 + number);
 }
 
+// The solve installs the solver's own SIGINT action in place of passToWatcher, and a
+// SIGINT that lands on a thread which does not block it (one of OpenBLAS's, started
+// before the command) would then only stop the solve, unseen here: no message, and a
+// second signal would count as a first. While solving, the watcher puts its action back.
+void reclaimInterrupt() {
+    struct sigaction current;
+    if (sigaction(SIGINT, nullptr, &current) != 0 || current.sa_handler == passToWatcher) return;
+    current.sa_handler = passToWatcher;
+    current.sa_flags = SA_RESTART;
+    sigemptyset(&current.sa_mask);
+    sigaction(SIGINT, &current, nullptr);
+}
+
 void watch() {
     sigset_t set;
     sigemptyset(&set);
@@ -60,16 +74,21 @@ void watch() {
     sigaddset(&set, kWakeSignal);
     for (;;) {
         int number;
-        if (first_signal.load() == 0) {
+        const bool solving = phase.load() == static_cast<int>(RunPhase::Solving);
+        if (first_signal.load() == 0 && !solving) {
             number = sigwaitinfo(&set, nullptr);
         } else {
-            // Once stopping, the flag is set again every 20 ms: the solver clears it when
-            // its iteration starts.
-            if (phase.load() == static_cast<int>(RunPhase::Solving)) consoleInterruptHandler(kControlCEvent);
+            // Every 20 ms while solving: the action back, and once stopping the flag set
+            // again (the solver clears it when its iteration starts).
+            if (solving) reclaimInterrupt();
+            if (solving && first_signal.load() != 0) consoleInterruptHandler(kControlCEvent);
             const timespec tick{0, 20000000};
             number = sigtimedwait(&set, nullptr, &tick);
         }
-        if (number == kWakeSignal) return;
+        if (number == kWakeSignal) {  // the end, or a change of phase
+            if (!watching.load()) return;
+            continue;
+        }
         if (number != SIGINT && number != SIGTERM) continue;
         if (first_signal.load() != 0 || phase.load() == static_cast<int>(RunPhase::Reading)) endNow(number);
         first_signal.store(number);
@@ -119,6 +138,7 @@ StopSignals::~StopSignals() {
 void StopSignals::setPhase(RunPhase next) {
     phase.store(static_cast<int>(next));
     if (next == RunPhase::Solving && first_signal.load() != 0) consoleInterruptHandler(kControlCEvent);
+    if (watching.load()) pthread_kill(watcher_thread, kWakeSignal);
 }
 
 int StopSignals::received() const { return first_signal.load(); }
