@@ -163,7 +163,12 @@ ConeBlock CbfReader::coneOfName(std::string_view name, std::int64_t size) {
             need(size == 3 && alpha.size() == 2,
                  "only power cones of dimension 3 with 2 parameters are supported (this one has " +
                      std::to_string(alpha.size()) + ")");
-            return {dual ? BlockCone::DualPower : BlockCone::Power, 3, alpha[0] / (alpha[0] + alpha[1])};
+            // Parameters far apart in size round to an exponent of 0 or 1, a cone the
+            // solver cannot take (and a file that could not be written back).
+            const double exponent = alpha[0] / (alpha[0] + alpha[1]);
+            need(exponent > 0.0 && exponent < 1.0, "its parameters give the exponent " + std::to_string(exponent) +
+                                                       ", which must lie strictly between 0 and 1");
+            return {dual ? BlockCone::DualPower : BlockCone::Power, 3, exponent};
         }
     }
     if (name == "SVECPSD") cursor_.fail("cone SVECPSD (CBF version 4) is not supported");
