@@ -45,16 +45,42 @@ struct Scaling {
 // the rows below the run that all its columns share, listed once in rows. A solve then
 // loads an index per panel row instead of one per entry, and the arithmetic inside a
 // panel is dense. Columns outside every run are read from L itself.
+//
+// The columns also fall into segments, consecutive column ranges in order. A task segment
+// is a union of whole subtrees of the elimination tree whose ancestors all lie outside
+// every task, so the tasks' two passes can run at the same time: forward, a task updates
+// only rows of its own range (its entries on the rows above are gathered afterwards, row
+// by row, from the cross entries), and backward it reads rows above that are already
+// final. The split depends on L alone, so a solve gives the same bits on any number of
+// threads. A small factor has one segment, every column, and no task.
+struct Segment {
+    int lo, hi;              // columns lo .. hi - 1
+    int panel_lo, panel_hi;  // the supernodes inside, panel_lo .. panel_hi - 1
+    int task;                // its task number, or -1 for a segment solved after the tasks
+};
+
 struct Supernodes {
     int count;                                // number of supernodes
-    int largest_below;                        // the largest r, the length of scratch
+    int largest_below;                        // the largest r, the length of a task's scratch
     OwnedArray<int> first;                    // count + 1: first column of each supernode, then N
     OwnedArray<int> after;                    // count: one past the last column of each
     OwnedArray<int> row_start;                // count + 1: rows[row_start[s] ..) are its r rows
     OwnedArray<std::int64_t> value_start;     // count + 1: its panel starts at values[value_start[s]]
     OwnedArray<int> rows;                     // rows below each run, increasing
     OwnedArray<double> values;                // the panels
-    OwnedArray<double> scratch;               // largest_below: gathered or accumulated panel rows
+    OwnedArray<double> scratch;               // max(1, task_count) * largest_below: panel rows, per task
+
+    int segment_count;
+    int task_count;
+    OwnedArray<Segment> segments;             // segment_count, in column order
+    OwnedArray<int> task_segment;             // task_count: the segment of each task
+    OwnedArray<int> inner_end;                // N: the forward step of column j updates Li[Lp[j] .. inner_end[j])
+    OwnedArray<int> rows_inside;              // count: the forward step of a panel updates its first rows_inside[s] rows below
+    int cross_row_count;                      // rows that gather cross entries
+    OwnedArray<int> cross_rows;               // cross_row_count, increasing
+    OwnedArray<int> cross_start;              // cross_row_count + 1
+    OwnedArray<int> cross_column;             // the task column of each cross entry, increasing within a row
+    OwnedArray<double> cross_value;           // its entry of L
 };
 
 // A by rows (compressed rows, entries of a row in increasing column order): what makes
@@ -145,6 +171,10 @@ int symbolicStep(int N, const int* Cp, const int* Ci, int* Lp, int* parent, int*
 // Fills p->panels from p->L (which holds a complete factor). Returns 0, or -1 when an
 // array cannot be allocated (panels are then left empty).
 int buildSupernodes(LinSysWork* p);
+
+// Splits the columns of p->L into segments and tasks (fills the split fields of p->panels
+// and its scratch). Returns 0, or -1 when an array cannot be allocated.
+int splitSubtrees(LinSysWork* p);
 
 // x = L'^-1 D^-1 L^-1 x in elimination order, over the panels of sn and the other columns
 // of L (N entries, D the pivots). Uses sn.scratch; allocates nothing.

@@ -20,6 +20,7 @@
 
 #include "kernels/kernels.h"
 #include "linsys/linsys.h"
+#include "reporting/threads.h"
 
 // Dense kernels of OpenBLAS for the wide panels, through their Fortran symbols: every
 // argument by reference, with the hidden lengths of the character arguments.
@@ -42,10 +43,10 @@ constexpr int kBlasWidth = 8;
 // more than the indices it saves.
 constexpr int kPanelWidth = 4;
 
-// Forward step of a wide panel: xs = T^-1 xs, tmp = B xs (T the unit triangle, B the r
-// rows below).
-void forwardWide(const double* panel, int w, int r, double* xs, double* tmp) {
-    const int ld = w + r, one = 1;
+// Forward step of a wide panel of leading dimension ld: xs = T^-1 xs, tmp = B xs (T the
+// unit triangle, B the first r rows below).
+void forwardWide(const double* panel, int w, int r, int ld, double* xs, double* tmp) {
+    const int one = 1;
     const double unit = 1.0, zero = 0.0;
     dtrsv_("L", "N", "U", &w, panel, &ld, xs, &one, 1, 1, 1);
     if (r > 0) dgemv_("N", &r, &w, &unit, panel + w, &ld, xs, &one, &zero, tmp, &one, 1);
@@ -107,8 +108,7 @@ int buildSupernodes(LinSysWork* p) {
         f = e;
     }
     if (row_total > INT32_MAX || !sn.first.allocate(count + 1) || !sn.after.allocate(count) || !sn.row_start.allocate(count + 1) ||
-        !sn.value_start.allocate(count + 1) || !sn.rows.allocate(row_total) || !sn.values.allocate(value_total, true) ||
-        !sn.scratch.allocate(largest)) {
+        !sn.value_start.allocate(count + 1) || !sn.rows.allocate(row_total) || !sn.values.allocate(value_total, true)) {
         sn = Supernodes{};
         return -1;
     }
@@ -148,41 +148,46 @@ int buildSupernodes(LinSysWork* p) {
     sn.value_start[count] = value_at;
     sn.count = count;
     sn.largest_below = largest;
+    if (splitSubtrees(p) != 0) {
+        sn = Supernodes{};
+        return -1;
+    }
     return 0;
 }
 
-void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) {
+namespace {
+
+// Forward step over a segment's columns: x(j) -= the updates of the columns before it in
+// the segment, then x = L^-1 x on the segment's rows and on the rows of inner_end and
+// rows_inside. With divide, each x(j) is divided by its pivot once its update is made.
+void forwardSegment(const Supernodes& sn, const cs* L, const double* D, double* x, const Segment& segment, bool divide,
+                    double* tmp) {
     const int* Lp = L->p;
     const int* Li = L->i;
     const double* Lx = L->x;
-    const int* rows_all = sn.rows.get();
-    const double* values = sn.values.get();
-    double* tmp = sn.scratch.get();
-
-    // Forward: x = D^-1 L^-1 x. Columns outside the panels scatter their entries from L;
-    // a panel's entries are final once its triangle is solved, and its update of the rows
-    // below uses them before the division by the pivots.
-    int j = 0;
-    for (int s = 0; s <= sn.count; ++s) {
-        const int f = sn.first[s];
+    const int* inner_end = sn.inner_end.get();
+    int j = segment.lo;
+    for (int s = segment.panel_lo; s <= segment.panel_hi; ++s) {
+        const int f = s < segment.panel_hi ? sn.first[s] : segment.hi;
         for (; j < f; ++j) {
             const double xj = x[j];
-            for (int q = Lp[j]; q < Lp[j + 1]; ++q) x[Li[q]] -= Lx[q] * xj;  // x -= L(:,j) x(j)
-            x[j] = xj / D[j];
+            for (int q = Lp[j]; q < inner_end[j]; ++q) x[Li[q]] -= Lx[q] * xj;  // x -= L(:,j) x(j)
+            if (divide) x[j] = xj / D[j];
         }
-        if (s == sn.count) break;
-        const int* rows = rows_all + sn.row_start[s];
-        const int r = sn.row_start[s + 1] - sn.row_start[s];
+        if (s == segment.panel_hi) break;
+        const int* rows = sn.rows.get() + sn.row_start[s];
+        const int r = sn.rows_inside[s];
         const int w = sn.after[s] - f;
-        const double* panel = values + sn.value_start[s];
+        const int ld = w + sn.row_start[s + 1] - sn.row_start[s];
+        const double* panel = sn.values.get() + sn.value_start[s];
         double* xs = x + f;
         j = f + w;
         if (w >= kBlasWidth) {
-            forwardWide(panel, w, r, xs, tmp);
+            forwardWide(panel, w, r, ld, xs, tmp);
         } else {
             for (int k = 0; k < w; ++k) {
                 const double xk = xs[k];
-                const double* column = panel + static_cast<std::int64_t>(k) * (w + r);
+                const double* column = panel + static_cast<std::int64_t>(k) * ld;
                 for (int t = k + 1; t < w; ++t) xs[t] -= column[t] * xk;
             }
             if (r > 0) {
@@ -191,28 +196,36 @@ void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) 
                 for (int i = 0; i < r; ++i) tmp[i] = below[i] * x0;
                 for (int k = 1; k < w; ++k) {
                     const double xk = xs[k];
-                    const double* column = below + static_cast<std::int64_t>(k) * (w + r);
+                    const double* column = below + static_cast<std::int64_t>(k) * ld;
                     for (int i = 0; i < r; ++i) tmp[i] += column[i] * xk;
                 }
             }
         }
         for (int i = 0; i < r; ++i) x[rows[i]] -= tmp[i];
-        for (int k = 0; k < w; ++k) xs[k] /= D[f + k];
+        if (divide) {
+            for (int k = 0; k < w; ++k) xs[k] /= D[f + k];
+        }
     }
+}
 
-    // Backward: x = L'^-1 x from the last column. The rows below a column or a panel are
-    // final before it is reached: a single column takes one gather over them, a panel
-    // gathers them once and takes its w dot products, then solves its triangle.
-    j = L->n - 1;
-    for (int s = sn.count - 1; s >= -1; --s) {
-        const int end = s >= 0 ? sn.after[s] : 0;
+// Backward step over a segment's columns, from its last: the rows below a column or a
+// panel are final before it is reached; a single column takes one gather over them, a
+// panel gathers them once and takes its w dot products, then solves its triangle.
+void backwardSegment(const Supernodes& sn, const cs* L, double* x, const Segment& segment, double* tmp) {
+    const int* Lp = L->p;
+    const int* Li = L->i;
+    const double* Lx = L->x;
+    int j = segment.hi - 1;
+    for (int s = segment.panel_hi - 1; s >= segment.panel_lo - 1; --s) {
+        const int end = s >= segment.panel_lo ? sn.after[s] : segment.lo;
         for (; j >= end; --j) x[j] -= gatherDot(Lx + Lp[j], Li + Lp[j], x, Lp[j + 1] - Lp[j]);
-        if (s < 0) break;
+        if (s < segment.panel_lo) break;
         const int f = sn.first[s];
-        const int* rows = rows_all + sn.row_start[s];
+        const int* rows = sn.rows.get() + sn.row_start[s];
         const int r = sn.row_start[s + 1] - sn.row_start[s];
         const int w = end - f;
-        const double* panel = values + sn.value_start[s];
+        const int ld = w + r;
+        const double* panel = sn.values.get() + sn.value_start[s];
         double* xs = x + f;
         j = f - 1;
         for (int i = 0; i < r; ++i) tmp[i] = x[rows[i]];
@@ -220,7 +233,6 @@ void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) 
             backwardWide(panel, w, r, xs, tmp);
             continue;
         }
-        const int ld = w + r;
         if (r > 0) {
             for (int k = 0; k < w; ++k) xs[k] -= panelDot(panel + static_cast<std::int64_t>(k) * ld + w, tmp, r);
         }
@@ -229,6 +241,38 @@ void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) 
             xs[k] -= panelDot(column + k + 1, xs + k + 1, w - 1 - k);
         }
     }
+}
+
+}  // namespace
+
+void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) {
+    const Segment* segments = sn.segments.get();
+    double* scratch = sn.scratch.get();
+    const std::int64_t stride = sn.largest_below;
+
+    // Forward: the tasks side by side, leaving their columns undivided; the rows above
+    // them gather their cross entries; then the other segments in order.
+    forEachTask(sn.task_count, [&](int k) {
+        forwardSegment(sn, L, D, x, segments[sn.task_segment[k]], false, scratch + k * stride);
+    });
+    for (int r = 0; r < sn.cross_row_count; ++r) {
+        const int start = sn.cross_start[r];
+        x[sn.cross_rows[r]] -= gatherDot(sn.cross_value.get() + start, sn.cross_column.get() + start, x, sn.cross_start[r + 1] - start);
+    }
+    for (int g = 0; g < sn.segment_count; ++g) {
+        if (segments[g].task < 0) forwardSegment(sn, L, D, x, segments[g], true, scratch);
+    }
+
+    // Backward: the other segments from the last, then the tasks side by side, each first
+    // dividing its columns by their pivots.
+    for (int g = sn.segment_count - 1; g >= 0; --g) {
+        if (segments[g].task < 0) backwardSegment(sn, L, x, segments[g], scratch);
+    }
+    forEachTask(sn.task_count, [&](int k) {
+        const Segment& segment = segments[sn.task_segment[k]];
+        for (int j = segment.lo; j < segment.hi; ++j) x[j] /= D[j];
+        backwardSegment(sn, L, x, segment, scratch + k * stride);
+    });
 }
 
 }  // namespace korvex
