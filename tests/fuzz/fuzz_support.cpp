@@ -65,9 +65,9 @@ double Bytes::real() { return edgeOrRaw(*this, kReals); }
 
 void readAndCheck(ConicProblem (*read)(std::string_view, const std::string&), std::string_view text, const std::string& name) {
     // Under the sanitizers a few million declared rows take seconds to build, legitimately;
-    // the search is for faults of reading, so the readers refuse more than 2^18 rows and
+    // the search is for faults of reading, so the readers refuse more than 2^16 rows and
     // columns here, which also exercises the refusal.
-    static const std::int64_t unlimited = setProblemSizeLimit(std::int64_t{1} << 18);
+    static const std::int64_t unlimited = setProblemSizeLimit(std::int64_t{1} << 16);
     (void)unlimited;
     ConicProblem problem, again;
     try {
