@@ -1,6 +1,6 @@
 // problems: solves a list of problem files with one set of settings and prints a table
 // (markdown) of file, status, iterations, objective, reference, relative error, and the
-// read, setup and solve times.
+// read, setup and solve times, and the solve time per iteration.
 //
 //   problems [options] [FILE...]
 //     --manifest PATH        take the references (and, without FILEs, the files) from
@@ -13,6 +13,7 @@
 // A row matches its reference when the objective (the file's sense, constant included)
 // is within 10 eps of it, |f - f*| / (1 + |f*|), or when an infeasible file ends
 // infeasible (or dual infeasible, unbounded).
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <optional>
@@ -110,8 +111,8 @@ int main(int argc, char** argv) {
     }
     if (jobs.empty()) return usage("no problems to run");
 
-    std::printf("| file | status | iterations | objective | reference | rel. error | read s | setup s | solve s |\n");
-    std::printf("|---|---|---|---|---|---|---|---|---|\n");
+    std::printf("| file | status | iterations | objective | reference | rel. error | read s | setup s | solve s | us / iteration |\n");
+    std::printf("|---|---|---|---|---|---|---|---|---|---|\n");
     int matched = 0, with_reference = 0;
     for (const Job& job : jobs) {
         Timer clock;
@@ -120,7 +121,7 @@ int main(int argc, char** argv) {
         try {
             problem = readProblemFile(job.path);
         } catch (const ReadError& error) {
-            std::printf("| %s | unreadable: %s | | | | | | | |\n", job.label.c_str(), error.what());
+            std::printf("| %s | unreadable: %s | | | | | | | | |\n", job.label.c_str(), error.what());
             std::fflush(stdout);
             continue;
         }
@@ -168,9 +169,9 @@ int main(int argc, char** argv) {
                 if (!ok) error += " **no**";
             }
         }
-        std::printf("| %s | %s | %d | %s | %s | %s | %.3f | %.3f | %.3f |\n", job.label.c_str(), info.status, info.iter,
-                    number(objective, "%.10g").c_str(), reference.c_str(), error.c_str(), read_ms / 1000,
-                    info.setupTime / 1000, info.solveTime / 1000);
+        std::printf("| %s | %s | %d | %s | %s | %s | %.3f | %.3f | %.3f | %.2f |\n", job.label.c_str(), info.status,
+                    info.iter, number(objective, "%.10g").c_str(), reference.c_str(), error.c_str(), read_ms / 1000,
+                    info.setupTime / 1000, info.solveTime / 1000, 1000 * info.solveTime / std::max(info.iter, 1));
         std::fflush(stdout);
     }
     std::printf("\n%d of %d problems with a reference match it (10 eps = %g).\n", matched, with_reference, 10 * settings.eps);

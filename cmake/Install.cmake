@@ -35,7 +35,7 @@ set_target_properties(korvex_shared PROPERTIES
 # The version script keeps the solver's C++ internals, and the C++ runtime's inline
 # symbols, out of the dynamic symbol table: only the C interface is visible.
 target_link_options(korvex_shared PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/korvex.map")
-if(NOT KORVEX_SANITIZE)
+if(NOT KORVEX_INSTRUMENTED)
   target_link_options(korvex_shared PRIVATE "LINKER:--no-undefined")
 endif()
 

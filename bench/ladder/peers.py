@@ -431,7 +431,8 @@ def run(options):
         cap = int(options.mem_limit_gb * 2**30)
         resource.setrlimit(resource.RLIMIT_AS, (cap, cap))
 
-    env = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1")
+    # korvex too runs on one thread (KORVEX_THREADS), like every peer
+    env = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1", KORVEX_THREADS="1")
     with open(options.list) as handle:
         instances = [line.rstrip("\n").split("\t") for line in handle if line.strip()]
     # the smallest size of every family first, then the next, so that a short run covers all

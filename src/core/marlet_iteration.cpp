@@ -44,12 +44,57 @@ double weightedNorm(const Work* work, const double* p) {
     return std::sqrt(work->settings->rho_x * normSquared(p, n) + normSquared(p + n, work->l - n));
 }
 
-int projectConesv2(double* out, const double* a, const double* b, Work* work, const Cone* cone) {
-    const int l = work->l;
-    combineVectors(out, a, b, 2.0, -1.0, l);
+namespace {
+
+// The cone projection of a reflection already formed in out: its r block onto the dual
+// cone, and tau clipped at 0.
+int projectReflection(double* out, Work* work, const Cone* cone) {
     const int result = projectToDualCone(out + work->n, cone, work->cone_work);
-    if (out[l - 1] < 0.0) out[l - 1] = 0.0;
+    if (out[work->l - 1] < 0.0) out[work->l - 1] = 0.0;
     return result;
+}
+
+// R = p_t - p_b and |R|_M in one pass; with `slack` set, the same pass forms the reflected
+// slack s_b and kappa_b of p (computeReflectedSlack). The sums run in the order of the
+// kernels, so the norm has the bits of weightedNorm.
+double residualWithNorm(double* R, const double* p, const double* p_t, const double* p_b, Work* work, bool slack) {
+    const int n = work->n, m = work->m, l = work->l;
+    double x_sum = 0.0, r_sum = 0.0;
+    fusedSums<1>(n, &x_sum, [&](int j, double* term) {
+        R[j] = p_t[j] - p_b[j];
+        term[0] = R[j] * R[j];
+    });
+    double* s_b = work->s_b.get();
+    fusedSums<1>(l - n, &r_sum, [&](int i, double* term) {
+        const int k = n + i;
+        R[k] = p_t[k] - p_b[k];
+        term[0] = R[k] * R[k];
+        if (slack && i < m) s_b[i] = p_b[k] - 2 * p_t[k] + p[k];
+    });
+    if (slack) work->kappa_b = p_b[l - 1] - 2 * p_t[l - 1] + p[l - 1];
+    return std::sqrt(work->settings->rho_x * x_sum + r_sum);
+}
+
+// The point p, its projection step p_t and their reflection 2 p_t - p, all of them
+// moved by `step` along (dir, dut) in one pass, then the reflection's cone projection
+// into p_b: a trial of the line search.
+int projectTrial(double* p, double* p_t, double* p_b, const double* u, const double* u_t, double step, Work* work,
+                 const Cone* cone) {
+    const double* dir = work->dir.get();
+    const double* dut = work->dut.get();
+    for (int j = 0; j < work->l; ++j) {
+        p[j] = u[j] * 1.0 + dir[j] * step;
+        p_t[j] = u_t[j] * 1.0 + dut[j] * step;
+        p_b[j] = p_t[j] * 2.0 + p[j] * -1.0;
+    }
+    return projectReflection(p_b, work, cone);
+}
+
+}  // namespace
+
+int projectConesv2(double* out, const double* a, const double* b, Work* work, const Cone* cone) {
+    combineVectors(out, a, b, 2.0, -1.0, work->l);
+    return projectReflection(out, work, cone);
 }
 
 void computeReflectedSlack(const double* p, const double* p_b, const double* p_t, Work* work) {
@@ -109,9 +154,7 @@ int runMarletIteration(Work* work, const Data* data, const Cone* cone, Solution*
     // The first point: its projections, reflected slack and residual.
     if (projectLinSysv2(u_t, u, work, 0) < 0) return fail("error in projectLinSysv2");
     if (projectConesv2(u_b, u_t, u, work, cone) < 0) return fail("error in projectConesv2");
-    computeReflectedSlack(u, u_b, u_t, work);
-    differenceInto(R, u_t, u_b, l);
-    work->fpr_norm = weightedNorm(work, R);
+    work->fpr_norm = residualWithNorm(R, u, u_t, u_b, work, true);
     double blind_bound = work->fpr_norm;
     double safe_bound = work->fpr_norm;
     const double fpr_cap = std::min(1.0, work->fpr_norm);
@@ -172,9 +215,18 @@ int runMarletIteration(Work* work, const Data* data, const Cone* cone, Solution*
             scaleVector(dir, 1 / sqrt_rho_x, n);
         }
 
-        copyVector(work->u_prev.get(), u, l);
-        copyVector(work->R_prev.get(), R, l);
-        scaleVector(work->R_prev.get(), sqrt_rho_x, n);
+        {
+            double* u_prev = work->u_prev.get();
+            double* R_prev = work->R_prev.get();
+            for (int j = 0; j < n; ++j) {
+                u_prev[j] = u[j];
+                R_prev[j] = R[j] * sqrt_rho_x;
+            }
+            for (int j = n; j < l; ++j) {
+                u_prev[j] = u[j];
+                R_prev[j] = R[j];
+            }
+        }
         step_kind = kPlainStep;
         searched = false;
 
@@ -198,11 +250,10 @@ int runMarletIteration(Work* work, const Data* data, const Cone* cone, Solution*
                 double* Rwu = work->Rwu.get();
                 for (int j = 0; j < s->ls; ++j) {
                     work->step_size *= s->beta;
-                    combineVectors(wu, u, dir, 1.0, work->step_size, l);
-                    combineVectors(wu_t, u_t, work->dut.get(), 1.0, work->step_size, l);
-                    if (projectConesv2(wu_b, wu_t, wu, work, cone) < 0) return fail("error in projectConesv2");
-                    differenceInto(Rwu, wu_t, wu_b, l);
-                    const double fpr_trial = weightedNorm(work, Rwu);
+                    if (projectTrial(wu, wu_t, wu_b, u, u_t, work->step_size, work, cone) < 0) {
+                        return fail("error in projectConesv2");
+                    }
+                    const double fpr_trial = residualWithNorm(Rwu, wu, wu_t, wu_b, work, false);
 
                     if (s->k1 != 0 && fpr_trial <= s->c1 * work->fpr_norm && work->fpr_norm <= safe_bound) {
                         // Educated step: the trial point is taken with its projections.
@@ -238,9 +289,7 @@ int runMarletIteration(Work* work, const Data* data, const Cone* cone, Solution*
         if (!educated) {
             if (projectLinSysv2(u_t, u, work, iter) < 0) return fail("error in projectLinSysv2");
             if (projectConesv2(u_b, u_t, u, work, cone) < 0) return fail("error in projectConesv2");
-            computeReflectedSlack(u, u_b, u_t, work);
-            differenceInto(R, u_t, u_b, l);
-            work->fpr_norm = weightedNorm(work, R);
+            work->fpr_norm = residualWithNorm(R, u, u_t, u_b, work, true);
         }
         if (s->record_progress != 0) {
             info->progress_step_kind[iter] = step_kind;

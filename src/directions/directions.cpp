@@ -32,38 +32,64 @@ void freeYSCache(YSCache* cache) { destroyRecord(cache); }
 int computeRestartedBroyden(Work* work) {
     YSCache* cache = work->su_cache;
     const int l = work->l;
+    const int pairs = cache->mem_cursor;
     const double theta_bar = work->settings->thetabar;
     const double* R = work->R.get();
     const double* Sk = work->Sk.get();
     const double* Yk = work->Yk.get();
     double* d = work->dir.get();
-    double* t = cache->S.get() + static_cast<std::int64_t>(cache->mem_cursor) * l;  // scratch row
+    double* t = cache->S.get() + static_cast<std::int64_t>(pairs) * l;  // scratch row
+    auto row = [l](const OwnedArray<double>& block, int i) { return block.get() + static_cast<std::int64_t>(i) * l; };
 
-    // d = -R and t = Yk, both carried through the stored factors (I + u_i s_i'), oldest first.
-    scaleInto(d, R, -1.0, l);
-    std::copy(Yk, Yk + l, t);
-    for (int i = 0; i < cache->mem_cursor; ++i) {
-        const double* s_i = cache->S.get() + static_cast<std::int64_t>(i) * l;
-        const double* u_i = cache->U.get() + static_cast<std::int64_t>(i) * l;
-        addScaledVector(t, u_i, l, dotProduct(s_i, t, l));
-        addScaledVector(d, u_i, l, dotProduct(s_i, d, l));
+    // d = -R and t = Yk, both carried through the stored factors (I + u_i s_i'), oldest
+    // first: t + <s_i, t> u_i, then d + <s_i, d> u_i. Each pass over the entries applies one
+    // pair and takes the two inner products the next pair needs (after the last pair, those
+    // of the new pair: <t, Sk>, |Sk|^2 and <Sk, d>), so a pair costs one pass, not four.
+    double sums[3];
+    auto innerProducts = [&](int next, int j, double* terms) {
+        if (next < pairs) {
+            const double s = row(cache->S, next)[j];
+            terms[0] = s * t[j];
+            terms[1] = s * d[j];
+            terms[2] = 0.0;
+        } else {
+            terms[0] = t[j] * Sk[j];
+            terms[1] = Sk[j] * Sk[j];
+            terms[2] = Sk[j] * d[j];
+        }
+    };
+    fusedSums<3>(l, sums, [&](int j, double* terms) {
+        d[j] = R[j] * -1.0;
+        t[j] = Yk[j];
+        innerProducts(0, j, terms);
+    });
+    for (int i = 0; i < pairs; ++i) {
+        const double* u_i = row(cache->U, i);
+        const double along_t = sums[0], along_d = sums[1];
+        fusedSums<3>(l, sums, [&](int j, double* terms) {
+            t[j] += u_i[j] * along_t;
+            d[j] += u_i[j] * along_d;
+            innerProducts(i + 1, j, terms);
+        });
     }
+    const double g = sums[0], q = sums[1], sk_d = sums[2];
 
     // Safeguard (Powell): keep <t, Sk> away from 0 relative to |Sk|^2 by moving t toward Sk.
-    const double g = dotProduct(t, Sk, l);
-    const double q = normSquared(Sk, l);
+    double e = g;  // <Sk, t>: the same terms in the same order as g while t stays
     if (!(std::fabs(g) >= theta_bar * q)) {
         const double sign = g >= 0 ? 1.0 : -1.0;
         const double theta = (1 - sign * theta_bar) * q / (q - g);
         combineVectors(t, t, Sk, theta, 1 - theta, l);
+        e = dotProduct(Sk, t, l);
     }
 
     // The new pair: u = (Sk - t) / <Sk, t>, used at once on d, and s = Sk.
-    const double e = dotProduct(Sk, t, l);
-    double* u = cache->U.get() + static_cast<std::int64_t>(cache->mem_cursor) * l;
-    for (int j = 0; j < l; ++j) u[j] = (Sk[j] - t[j]) / e;
-    addScaledVector(d, u, l, dotProduct(Sk, d, l));
-    std::copy(Sk, Sk + l, t);
+    double* u = cache->U.get() + static_cast<std::int64_t>(pairs) * l;
+    for (int j = 0; j < l; ++j) {
+        u[j] = (Sk[j] - t[j]) / e;
+        d[j] += u[j] * sk_d;
+        t[j] = Sk[j];
+    }
 
     // Restart: when the cache is full, every pair is forgotten at once.
     if (++cache->mem_cursor < cache->mem) return KORVEX_DIR_RESTARTED_BROYDEN_V2;

@@ -40,6 +40,30 @@ double normInf(const double* x, int n);
 // largest |a[i] - b[i]|, starting from 0; a NaN term leaves the maximum as it was.
 double normInfDiff(const double* a, const double* b, int n);
 
+// One pass over j = 0 .. n-1 that both writes vectors and sums: body(j, terms) does the
+// element-wise work at j and fills terms[0 .. N-1]; sums[c] becomes the sum of the terms
+// of column c over all j, added in the order of dotProduct. A pass that updates a vector
+// and takes its inner product with another thus gives the bits of the two separate kernels
+// while reading each entry once. The body is called in increasing j below n with its two
+// lowest bits cleared and then from the highest j down, so it must be element-wise.
+template <int N, class Body>
+inline void fusedSums(int n, double* sums, Body body) {
+    double lane[4][N] = {};
+    double terms[N];
+    const int k = n > 0 ? (n & ~3) : 0;
+    for (int j = 0; j < k; j += 4) {
+        for (int q = 0; q < 4; ++q) {
+            body(j + q, terms);
+            for (int c = 0; c < N; ++c) lane[q][c] += terms[c];
+        }
+    }
+    for (int c = 0; c < N; ++c) sums[c] = ((lane[1][c] + lane[0][c]) + lane[2][c]) + lane[3][c];
+    for (int j = n - 1; j >= k; --j) {
+        body(j, terms);
+        for (int c = 0; c < N; ++c) sums[c] += terms[c];
+    }
+}
+
 // sum of a[k] x[index[k]] for k below count: a gather, in four running sums combined at the
 // end, so that its chain of dependent additions is a quarter as long. Beside the kernels
 // above, not one of them: its order is its own.

@@ -201,7 +201,7 @@ LinSysWork* initPriv(const SparseMatrix* A, const Settings* settings) {
     RecordOwner<LinSysWork> p(createRecord<LinSysWork>());
     if (!p || !p->perm.allocate(N)) return nullptr;
     p->L = newFactorRecord(N);
-    if (p->L == nullptr || !p->rhs_work.allocate(N)) return nullptr;
+    if (p->L == nullptr || !p->rhs_work.allocate(N) || !p->h_perm.allocate(N)) return nullptr;
 
     CsMatrix K(assembleSystemMatrix(A, settings));
     OwnedArray<double> report;  // AMD's statistics; nothing reads them

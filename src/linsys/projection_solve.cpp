@@ -144,10 +144,12 @@ int projectFrom(double* t, Work* work, Load&& load) {
         t[k] = load(k) - last * h[k];
         s0 += t[k] * g[k];
     }
+    // h in the solve's order is read in sequence; only t goes through the permutation.
+    const double* hP = lin_sys->h_perm.get();
     const double shift = (s0 + s1) / (work->g_dot_h + 1.0);
     for (k = 0; k < N; ++k) {
         const int at = P[k];
-        const double corrected = t[at] - shift * h[at];  // t -= (t'g / (g'h + 1)) h
+        const double corrected = t[at] - shift * hP[k];  // t -= (t'g / (g'h + 1)) h
         x[k] = at < n ? corrected : corrected * -1.0;    // y block negated
     }
     solvePanels(lin_sys->panels, lin_sys->L, lin_sys->diag.get(), x);  // initPriv made the panels
@@ -155,12 +157,12 @@ int projectFrom(double* t, Work* work, Load&& load) {
     for (k = 0; k + 2 <= N; k += 2) {
         t[P[k]] = x[k];
         t[P[k + 1]] = x[k + 1];
-        d0 += x[k] * h[P[k]];
-        d1 += x[k + 1] * h[P[k + 1]];
+        d0 += x[k] * hP[k];
+        d1 += x[k + 1] * hP[k + 1];
     }
     for (; k < N; ++k) {
         t[P[k]] = x[k];
-        d0 += x[k] * h[P[k]];
+        d0 += x[k] * hP[k];
     }
     t[N] += d0 + d1;
     lin_sys->solve_time_ms += readTimer(&timer);
@@ -262,6 +264,9 @@ int startVectors(const Data* data, Work* work, const Solution* solution) {
     solveWithFactors(work->A, work->settings, work->lin_sys, g, nullptr, -1);
     scaleVector(g + n, -1.0, m);
     work->g_dot_h = dotProduct(h, g, n + m);
+    const int* P = work->lin_sys->perm.get();
+    double* h_perm = work->lin_sys->h_perm.get();
+    for (int k = 0; k < n + m; ++k) h_perm[k] = h[P[k]];
     return 0;
 }
 

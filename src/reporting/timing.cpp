@@ -14,7 +14,8 @@ double readTimer(Timer* timer) {
     return static_cast<double>(timer->now - timer->start) * 1000.0 / static_cast<double>(timer->frequency);
 }
 
-volatile std::sig_atomic_t interruptFlag = 0;
+std::atomic<int> interruptFlag{0};
+static_assert(std::atomic<int>::is_always_lock_free, "the flag is set from a signal handler");
 
 void startInterruptListener() {
     interruptFlag = 0;

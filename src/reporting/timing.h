@@ -7,6 +7,7 @@
 // process had before and leaves the flag as it is.
 #pragma once
 
+#include <atomic>
 #include <csignal>
 #include <cstdint>
 
@@ -26,8 +27,9 @@ void startTimer(Timer* timer);
 double readTimer(Timer* timer);
 
 // 1 once the user asked to stop; written only by consoleInterruptHandler (to 1) and by
-// startInterruptListener (to 0), and read afresh at every check.
-extern volatile std::sig_atomic_t interruptFlag;
+// startInterruptListener (to 0), and read afresh at every check. The handler runs on
+// another thread (or in a signal handler), so the int is atomic: lock-free, and safe in both.
+extern std::atomic<int> interruptFlag;
 
 // Clears the flag, then installs consoleInterruptHandler.
 void startInterruptListener();

@@ -235,7 +235,7 @@ TEST(Stop, EachSignalInEachPhaseEndsWithItsCodeAndWholeOutputs) {
     std::filesystem::remove_all(dir);
 }
 
-// The address sanitizer reserves far more address space than any limit of this test.
+// The sanitizers reserve far more address space than any limit of this test.
 #if !KORVEX_SANITIZED
 constexpr rlim_t kHalfGigabyte = rlim_t{512} << 20;
 
