@@ -65,6 +65,12 @@ build_sanitize() {
     -DKORVEX_SANITIZE=ON
 }
 
+# The ThreadSanitizer tree (scripts/tsan).
+build_tsan() {
+  CC=clang CXX=clang++ configure_and_build build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVEX_WERROR=ON \
+    -DKORVEX_TSAN=ON
+}
+
 # The fuzz tree: the targets of tests/fuzz instrumented for libFuzzer (scripts/fuzz).
 build_fuzz() {
   CC=clang CXX=clang++ configure_and_build build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVEX_WERROR=ON \

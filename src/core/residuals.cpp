@@ -36,17 +36,6 @@ struct Units {
     double col(int j) const { return E != nullptr ? E[j] : 1.0; }
 };
 
-// sqrt(sum of (w_k v_k)^2) with w = D (rows) or E (columns), or the plain norm.
-double weightedNorm(const double* v, const double* weight, int count) {
-    if (weight == nullptr) return normTwo(v, count);
-    double sum = 0.0;
-    for (int k = 0; k < count; ++k) {
-        const double t = weight[k] * v[k];
-        sum += t * t;
-    }
-    return std::sqrt(sum);
-}
-
 // |c'x/tau + b'y/tau| / (1 + |c'x/tau| + |b'y/tau|)
 double relativeGap(double c_dot_x, double b_dot_y, double tau) {
     const double px = c_dot_x / tau;
@@ -56,6 +45,46 @@ double relativeGap(double c_dot_x, double b_dot_y, double tau) {
 
 void fillNaN(double* v, int count) {
     for (int k = 0; k < count; ++k) v[k] = kNaN;
+}
+
+// What one block of the Marlet residuals needs from one pass over v (A x or A'y):
+// v = v + add (when given) with its norm `before`, then v = v + data scale with its norm
+// `after`, the inner product of `other` with data, and the norm of data itself. With a
+// weight the norms are plain running sums of (w v)^2 in index order; without, they are
+// normTwo's; the inner product is dotProduct's.
+struct PassSums {
+    double before, after, dot, data;
+};
+
+PassSums residualPass(double* v, const double* add, const double* data, const double* other, double scale,
+                      const double* weight, int count) {
+    double sums[4];
+    double before = 0.0, after = 0.0, norm_data = 0.0;
+    if (weight != nullptr) {
+        fusedSums<1>(count, sums, [&](int k, double* term) {
+            double e = add != nullptr ? v[k] + add[k] : v[k];
+            const double a = weight[k] * e;
+            before += a * a;
+            e += data[k] * scale;
+            const double w = weight[k] * e;
+            after += w * w;
+            const double d = weight[k] * data[k];
+            norm_data += d * d;
+            v[k] = e;
+            term[0] = other[k] * data[k];
+        });
+        return {std::sqrt(before), std::sqrt(after), sums[0], std::sqrt(norm_data)};
+    }
+    fusedSums<4>(count, sums, [&](int k, double* term) {
+        double e = add != nullptr ? v[k] + add[k] : v[k];
+        term[0] = e * e;
+        e += data[k] * scale;
+        term[1] = e * e;
+        term[2] = other[k] * data[k];
+        term[3] = data[k] * data[k];
+        v[k] = e;
+    });
+    return {std::sqrt(sums[0]), std::sqrt(sums[1]), sums[2], std::sqrt(sums[3])};
 }
 
 }  // namespace
@@ -129,23 +158,23 @@ void computeResidualsMarlet(Work* work, Residuals* r, int iter) {
     r->tau = tau;
     r->kap = work->kappa_b;
 
+    // pr = A x + s with P = |pr|, then pr - tau b with its norm, b'y and |b|: one pass after
+    // the product. dr = A'y with Q = |dr|, then dr + tau c with its norm, c'x and |c|: one
+    // pass after the other. Norms are weighted by D (rows) and E (columns) when the problem
+    // is normalised; every sum keeps the order of the separate kernels, so the bits are
+    // those of a pass per step.
     productA(&work->lin_sys->rows_of_A, x, pr);
-    addVector(pr, s, m);
-    const double P = weightedNorm(pr, units.D, m);
-    addScaledVector(pr, b, m, -tau);
-
+    const PassSums rows = residualPass(pr, s, b, y, -tau, units.D, m);
     productAt(work->A, y, dr);
-    const double Q = weightedNorm(dr, units.E, n);
-    addScaledVector(dr, c, n, tau);
-
-    const double by = dotProduct(y, b, m);
-    const double cx = dotProduct(x, c, n);
+    const PassSums cols = residualPass(dr, nullptr, c, x, tau, units.E, n);
+    const double P = rows.before, Q = cols.before;
+    const double by = rows.dot, cx = cols.dot;
     r->b_dot_y = by / units.fbc;
     r->c_dot_x = cx / units.fbc;
-    r->res_pri = weightedNorm(pr, units.D, m) / tau / ((work->b_norm + 1.0) * units.fb);
-    r->res_dual = weightedNorm(dr, units.E, n) / tau / ((work->c_norm + 1.0) * units.fc);
-    r->res_unbdd = cx < 0 ? -(weightedNorm(c, units.E, n) * P / cx) / units.fs : kNaN;
-    r->res_infeas = by < 0 ? -(weightedNorm(b, units.D, m) * Q / by) / units.fs : kNaN;
+    r->res_pri = rows.after / tau / ((work->b_norm + 1.0) * units.fb);
+    r->res_dual = cols.after / tau / ((work->c_norm + 1.0) * units.fc);
+    r->res_unbdd = cx < 0 ? -(cols.data * P / cx) / units.fs : kNaN;
+    r->res_infeas = by < 0 ? -(rows.data * Q / by) / units.fs : kNaN;
     r->rel_gap = relativeGap(r->c_dot_x, r->b_dot_y, tau);
 }
 

@@ -41,11 +41,11 @@ double normInf(const double* x, int n);
 double normInfDiff(const double* a, const double* b, int n);
 
 // One pass over j = 0 .. n-1 that both writes vectors and sums: body(j, terms) does the
-// element-wise work at j and fills terms[0 .. N-1]; sums[c] becomes the sum of the terms
-// of column c over all j, added in the order of dotProduct. A pass that updates a vector
-// and takes its inner product with another thus gives the bits of the two separate kernels
-// while reading each entry once. The body is called in increasing j below n with its two
-// lowest bits cleared and then from the highest j down, so it must be element-wise.
+// work at j and fills terms[0 .. N-1]; sums[c] becomes the sum of the terms of column c
+// over all j, added in the order of dotProduct. A pass that updates a vector and takes
+// its inner product with another thus gives the bits of the two separate kernels while
+// reading each entry once. The body is called for j in increasing order, so it may also
+// keep running sums of its own in plain index order.
 template <int N, class Body>
 inline void fusedSums(int n, double* sums, Body body) {
     double lane[4][N] = {};
@@ -57,10 +57,11 @@ inline void fusedSums(int n, double* sums, Body body) {
             for (int c = 0; c < N; ++c) lane[q][c] += terms[c];
         }
     }
+    double tail[3][N];
+    for (int j = k; j < n; ++j) body(j, tail[j - k]);
     for (int c = 0; c < N; ++c) sums[c] = ((lane[1][c] + lane[0][c]) + lane[2][c]) + lane[3][c];
     for (int j = n - 1; j >= k; --j) {
-        body(j, terms);
-        for (int c = 0; c < N; ++c) sums[c] += terms[c];
+        for (int c = 0; c < N; ++c) sums[c] += tail[j - k][c];  // the last terms from the highest index down
     }
 }
 

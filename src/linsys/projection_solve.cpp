@@ -10,7 +10,9 @@
 // K does not depend on b and c and one solve serves each step: with h = (c, b) and
 // g = K^-1 h (y block negated), the first l - 1 entries of t come from one solve with
 // the right-hand side corrected by h, and the last entry from h't.
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "records/work.h"
@@ -150,7 +152,10 @@ int projectFrom(double* t, Work* work, Load&& load) {
     for (k = 0; k < N; ++k) {
         const int at = P[k];
         const double corrected = t[at] - shift * hP[k];  // t -= (t'g / (g'h + 1)) h
-        x[k] = at < n ? corrected : corrected * -1.0;    // y block negated
+        // The y block negated. x and y entries alternate unpredictably in the solve's
+        // order, so the sign bit is flipped by a mask rather than behind a branch.
+        const std::uint64_t flip = static_cast<std::uint64_t>(at >= n) << 63;
+        x[k] = std::bit_cast<double>(std::bit_cast<std::uint64_t>(corrected) ^ flip);
     }
     solvePanels(lin_sys->panels, lin_sys->L, lin_sys->diag.get(), x);  // initPriv made the panels
     double d0 = 0.0, d1 = 0.0;
