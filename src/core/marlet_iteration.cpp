@@ -54,34 +54,42 @@ int projectReflection(double* out, Work* work, const Cone* cone) {
     return result;
 }
 
-// R = p_t - p_b and |R|_M in one pass; with `slack` set, the same pass forms the reflected
-// slack s_b and kappa_b of p (computeReflectedSlack). The sums run in the order of the
-// kernels, so the norm has the bits of weightedNorm.
+// R = a - b written out, and the sum of its squares in the order of normSquared.
+double differenceSquares(double* __restrict R, const double* __restrict a, const double* __restrict b, int count) {
+    const int k = count & ~3;
+    DoublePair low = {0.0, 0.0}, high = {0.0, 0.0};
+    for (int j = 0; j < k; j += 4) {
+        const DoublePair rl = loadPair(a + j) - loadPair(b + j), rh = loadPair(a + j + 2) - loadPair(b + j + 2);
+        storePair(R + j, rl);
+        storePair(R + j + 2, rh);
+        low += rl * rl;
+        high += rh * rh;
+    }
+    for (int j = k; j < count; ++j) R[j] = a[j] - b[j];
+    double sum = combineLanes(low, high);
+    for (int j = count - 1; j >= k; --j) sum += R[j] * R[j];  // the last terms from the highest index down
+    return sum;
+}
+
+// R = p_t - p_b and |R|_M, its x block weighted by rho_x, with the bits of differenceInto and
+// weightedNorm in one pass; with `slack` set, also the reflected slack s_b and kappa_b of p
+// (computeReflectedSlack).
 double residualWithNorm(double* R, const double* p, const double* p_t, const double* p_b, Work* work, bool slack) {
-    const int n = work->n, m = work->m, l = work->l;
-    double x_sum = 0.0, r_sum = 0.0;
-    fusedSums<1>(n, &x_sum, [&](int j, double* term) {
-        R[j] = p_t[j] - p_b[j];
-        term[0] = R[j] * R[j];
-    });
-    double* s_b = work->s_b.get();
-    fusedSums<1>(l - n, &r_sum, [&](int i, double* term) {
-        const int k = n + i;
-        R[k] = p_t[k] - p_b[k];
-        term[0] = R[k] * R[k];
-        if (slack && i < m) s_b[i] = p_b[k] - 2 * p_t[k] + p[k];
-    });
-    if (slack) work->kappa_b = p_b[l - 1] - 2 * p_t[l - 1] + p[l - 1];
+    const int n = work->n, l = work->l;
+    const double x_sum = differenceSquares(R, p_t, p_b, n);
+    const double r_sum = differenceSquares(R + n, p_t + n, p_b + n, l - n);
+    if (slack) computeReflectedSlack(p, p_b, p_t, work);
     return std::sqrt(work->settings->rho_x * x_sum + r_sum);
 }
 
 // The point p, its projection step p_t and their reflection 2 p_t - p, all of them
 // moved by `step` along (dir, dut) in one pass, then the reflection's cone projection
 // into p_b: a trial of the line search.
-int projectTrial(double* p, double* p_t, double* p_b, const double* u, const double* u_t, double step, Work* work,
+int projectTrial(double* __restrict p, double* __restrict p_t, double* __restrict p_b, const double* __restrict u,
+                 const double* __restrict u_t, double step, Work* work,
                  const Cone* cone) {
-    const double* dir = work->dir.get();
-    const double* dut = work->dut.get();
+    const double* __restrict dir = work->dir.get();
+    const double* __restrict dut = work->dut.get();
     for (int j = 0; j < work->l; ++j) {
         p[j] = u[j] * 1.0 + dir[j] * step;
         p_t[j] = u_t[j] * 1.0 + dut[j] * step;
@@ -99,7 +107,7 @@ int projectConesv2(double* out, const double* a, const double* b, Work* work, co
 
 void computeReflectedSlack(const double* p, const double* p_b, const double* p_t, Work* work) {
     const int n = work->n, l = work->l;
-    double* s_b = work->s_b.get();
+    double* __restrict s_b = work->s_b.get();
     for (int i = 0; i < work->m; ++i) {
         const int k = n + i;
         s_b[i] = p_b[k] - 2 * p_t[k] + p[k];

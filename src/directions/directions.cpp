@@ -29,6 +29,52 @@ int resetYSCache(YSCache* cache) {
 
 void freeYSCache(YSCache* cache) { destroyRecord(cache); }
 
+namespace {
+
+// With u given: t = t + at u and d = d + ad u. Then, in the same pass, s't and s'd of the
+// updated vectors, each summed in the order of dotProduct (lanes 0 and 1 of the first
+// pair of accumulators are its sums s0 and s1, those of the second s2 and s3), so that
+// the bits are those of the separate kernels.
+void updateThenDot(double* __restrict t, double* __restrict d, const double* __restrict u, double at, double ad,
+                   const double* __restrict s, int l, double* s_t, double* s_d) {
+    const int k = l & ~3;
+    const DoublePair at2 = {at, at}, ad2 = {ad, ad};
+    DoublePair t01 = {0.0, 0.0}, t23 = {0.0, 0.0}, d01 = {0.0, 0.0}, d23 = {0.0, 0.0};
+    for (int j = 0; j < k; j += 4) {
+        DoublePair tl = loadPair(t + j), th = loadPair(t + j + 2);
+        DoublePair dl = loadPair(d + j), dh = loadPair(d + j + 2);
+        if (u != nullptr) {
+            const DoublePair ul = loadPair(u + j), uh = loadPair(u + j + 2);
+            tl += ul * at2;
+            th += uh * at2;
+            dl += ul * ad2;
+            dh += uh * ad2;
+            storePair(t + j, tl);
+            storePair(t + j + 2, th);
+            storePair(d + j, dl);
+            storePair(d + j + 2, dh);
+        }
+        const DoublePair sl = loadPair(s + j), sh = loadPair(s + j + 2);
+        t01 += sl * tl;
+        t23 += sh * th;
+        d01 += sl * dl;
+        d23 += sh * dh;
+    }
+    for (int j = k; u != nullptr && j < l; ++j) {
+        t[j] += u[j] * at;
+        d[j] += u[j] * ad;
+    }
+    double sum_t = combineLanes(t01, t23), sum_d = combineLanes(d01, d23);
+    for (int j = l - 1; j >= k; --j) {  // the last terms from the highest index down
+        sum_t += s[j] * t[j];
+        sum_d += s[j] * d[j];
+    }
+    *s_t = sum_t;
+    *s_d = sum_d;
+}
+
+}  // namespace
+
 int computeRestartedBroyden(Work* work) {
     YSCache* cache = work->su_cache;
     const int l = work->l;
@@ -44,35 +90,18 @@ int computeRestartedBroyden(Work* work) {
     // d = -R and t = Yk, both carried through the stored factors (I + u_i s_i'), oldest
     // first: t + <s_i, t> u_i, then d + <s_i, d> u_i. Each pass over the entries applies one
     // pair and takes the two inner products the next pair needs (after the last pair, those
-    // of the new pair: <t, Sk>, |Sk|^2 and <Sk, d>), so a pair costs one pass, not four.
-    double sums[3];
-    auto innerProducts = [&](int next, int j, double* terms) {
-        if (next < pairs) {
-            const double s = row(cache->S, next)[j];
-            terms[0] = s * t[j];
-            terms[1] = s * d[j];
-            terms[2] = 0.0;
-        } else {
-            terms[0] = t[j] * Sk[j];
-            terms[1] = Sk[j] * Sk[j];
-            terms[2] = Sk[j] * d[j];
-        }
-    };
-    fusedSums<3>(l, sums, [&](int j, double* terms) {
+    // with Sk), so a pair costs one pass, not four.
+    for (int j = 0; j < l; ++j) {
         d[j] = R[j] * -1.0;
         t[j] = Yk[j];
-        innerProducts(0, j, terms);
-    });
-    for (int i = 0; i < pairs; ++i) {
-        const double* u_i = row(cache->U, i);
-        const double along_t = sums[0], along_d = sums[1];
-        fusedSums<3>(l, sums, [&](int j, double* terms) {
-            t[j] += u_i[j] * along_t;
-            d[j] += u_i[j] * along_d;
-            innerProducts(i + 1, j, terms);
-        });
     }
-    const double g = sums[0], q = sums[1], sk_d = sums[2];
+    double along_t = 0.0, along_d = 0.0;
+    for (int i = 0; i <= pairs; ++i) {
+        const double* u_prev = i > 0 ? row(cache->U, i - 1) : nullptr;
+        updateThenDot(t, d, u_prev, along_t, along_d, i < pairs ? row(cache->S, i) : Sk, l, &along_t, &along_d);
+    }
+    const double g = along_t, sk_d = along_d;  // <t, Sk> and <Sk, d>
+    const double q = normSquared(Sk, l);
 
     // Safeguard (Powell): keep <t, Sk> away from 0 relative to |Sk|^2 by moving t toward Sk.
     double e = g;  // <Sk, t>: the same terms in the same order as g while t stays

@@ -40,6 +40,23 @@ double normInf(const double* x, int n);
 // largest |a[i] - b[i]|, starting from 0; a NaN term leaves the maximum as it was.
 double normInfDiff(const double* a, const double* b, int n);
 
+// Two doubles side by side (the compiler's vector extension, SSE2 on any x86-64), for
+// fused passes that must run two entries an instruction to pay: each lane computes exactly
+// what scalar code would.
+typedef double DoublePair __attribute__((vector_size(16)));
+
+inline DoublePair loadPair(const double* p) {
+    DoublePair v;
+    __builtin_memcpy(&v, p, sizeof v);
+    return v;
+}
+
+inline void storePair(double* p, DoublePair v) { __builtin_memcpy(p, &v, sizeof v); }
+
+// The four running sums of dotProduct held as lanes (s0, s1) and (s2, s3), combined in its
+// order.
+inline double combineLanes(DoublePair low, DoublePair high) { return ((low[1] + low[0]) + high[0]) + high[1]; }
+
 // One pass over j = 0 .. n-1 that both writes vectors and sums: body(j, terms) does the
 // work at j and fills terms[0 .. N-1]; sums[c] becomes the sum of the terms of column c
 // over all j, added in the order of dotProduct. A pass that updates a vector and takes
