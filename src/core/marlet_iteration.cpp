@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "cones/cones.h"
 #include "core/solver.h"
@@ -265,11 +266,16 @@ int runMarletIteration(Work* work, const Data* data, const Cone* cone, Solution*
 
                     if (s->k1 != 0 && fpr_trial <= s->c1 * work->fpr_norm && work->fpr_norm <= safe_bound) {
                         // Educated step: the trial point is taken with its projections.
+                        // These change places with the trial's buffers, which the next
+                        // trial writes afresh; u and R are copies, since the next pair
+                        // still reads wu and Rwu.
                         copyVector(u, wu, l);
-                        copyVector(u_t, wu_t, l);
-                        copyVector(u_b, wu_b, l);
+                        std::swap(work->u_t, work->wu_t);
+                        std::swap(work->u_b, work->wu_b);
+                        u_t = work->u_t.get();
+                        u_b = work->u_b.get();
                         copyVector(R, Rwu, l);
-                        computeReflectedSlack(wu, wu_b, wu_t, work);
+                        computeReflectedSlack(u, u_b, u_t, work);
                         work->fpr_norm = fpr_trial;
                         step_kind = kEducatedStep;
                         safe_bound = fpr_trial + fpr_cap * decay;

@@ -31,46 +31,59 @@ void freeYSCache(YSCache* cache) { destroyRecord(cache); }
 
 namespace {
 
-// With u given: t = t + at u and d = d + ad u. Then, in the same pass, s't and s'd of the
-// updated vectors, each summed in the order of dotProduct (lanes 0 and 1 of the first
-// pair of accumulators are its sums s0 and s1, those of the second s2 and s3), so that
-// the bits are those of the separate kernels.
-void updateThenDot(double* __restrict t, double* __restrict d, const double* __restrict u, double at, double ad,
-                   const double* __restrict s, int l, double* s_t, double* s_d) {
+// One pass of the direction over its l entries. With kLoad, t = a (Yk) and d = b times -1
+// (R); otherwise t = t + at a and d = d + ad a (a the factor u_i). Then, in the same pass,
+// sums[0] = s't and sums[1] = s'd of the new vectors, and with kSquare sums[2] = s's, each
+// in the order of dotProduct (lanes 0 and 1 of the first pair of accumulators are its sums
+// s0 and s1, those of the second s2 and s3), so that the bits are those of the separate
+// kernels.
+template <bool kLoad, bool kSquare>
+void passThenDot(double* __restrict t, double* __restrict d, const double* __restrict a, const double* __restrict b,
+                 double at, double ad, const double* __restrict s, int l, double* sums) {
     const int k = l & ~3;
-    const DoublePair at2 = {at, at}, ad2 = {ad, ad};
-    DoublePair t01 = {0.0, 0.0}, t23 = {0.0, 0.0}, d01 = {0.0, 0.0}, d23 = {0.0, 0.0};
+    const DoublePair at2 = {at, at}, ad2 = {ad, ad}, minus = {-1.0, -1.0};
+    DoublePair t01 = {0.0, 0.0}, t23 = {0.0, 0.0}, d01 = {0.0, 0.0}, d23 = {0.0, 0.0}, s01 = {0.0, 0.0},
+               s23 = {0.0, 0.0};
     for (int j = 0; j < k; j += 4) {
-        DoublePair tl = loadPair(t + j), th = loadPair(t + j + 2);
-        DoublePair dl = loadPair(d + j), dh = loadPair(d + j + 2);
-        if (u != nullptr) {
-            const DoublePair ul = loadPair(u + j), uh = loadPair(u + j + 2);
-            tl += ul * at2;
-            th += uh * at2;
-            dl += ul * ad2;
-            dh += uh * ad2;
-            storePair(t + j, tl);
-            storePair(t + j + 2, th);
-            storePair(d + j, dl);
-            storePair(d + j + 2, dh);
+        DoublePair tl, th, dl, dh;
+        if (kLoad) {
+            tl = loadPair(a + j);
+            th = loadPair(a + j + 2);
+            dl = loadPair(b + j) * minus;
+            dh = loadPair(b + j + 2) * minus;
+        } else {
+            const DoublePair ul = loadPair(a + j), uh = loadPair(a + j + 2);
+            tl = loadPair(t + j) + ul * at2;
+            th = loadPair(t + j + 2) + uh * at2;
+            dl = loadPair(d + j) + ul * ad2;
+            dh = loadPair(d + j + 2) + uh * ad2;
         }
+        storePair(t + j, tl);
+        storePair(t + j + 2, th);
+        storePair(d + j, dl);
+        storePair(d + j + 2, dh);
         const DoublePair sl = loadPair(s + j), sh = loadPair(s + j + 2);
         t01 += sl * tl;
         t23 += sh * th;
         d01 += sl * dl;
         d23 += sh * dh;
+        if (kSquare) {
+            s01 += sl * sl;
+            s23 += sh * sh;
+        }
     }
-    for (int j = k; u != nullptr && j < l; ++j) {
-        t[j] += u[j] * at;
-        d[j] += u[j] * ad;
+    for (int j = k; j < l; ++j) {
+        t[j] = kLoad ? a[j] : t[j] + a[j] * at;
+        d[j] = kLoad ? b[j] * -1.0 : d[j] + a[j] * ad;
     }
-    double sum_t = combineLanes(t01, t23), sum_d = combineLanes(d01, d23);
+    sums[0] = combineLanes(t01, t23);
+    sums[1] = combineLanes(d01, d23);
+    sums[2] = combineLanes(s01, s23);
     for (int j = l - 1; j >= k; --j) {  // the last terms from the highest index down
-        sum_t += s[j] * t[j];
-        sum_d += s[j] * d[j];
+        sums[0] += s[j] * t[j];
+        sums[1] += s[j] * d[j];
+        sums[2] += s[j] * s[j];
     }
-    *s_t = sum_t;
-    *s_d = sum_d;
 }
 
 }  // namespace
@@ -91,17 +104,17 @@ int computeRestartedBroyden(Work* work) {
     // first: t + <s_i, t> u_i, then d + <s_i, d> u_i. Each pass over the entries applies one
     // pair and takes the two inner products the next pair needs (after the last pair, those
     // with Sk), so a pair costs one pass, not four.
-    for (int j = 0; j < l; ++j) {
-        d[j] = R[j] * -1.0;
-        t[j] = Yk[j];
+    double sums[3];
+    if (pairs == 0) {
+        passThenDot<true, true>(t, d, Yk, R, 0.0, 0.0, Sk, l, sums);
+    } else {
+        passThenDot<true, false>(t, d, Yk, R, 0.0, 0.0, row(cache->S, 0), l, sums);
+        for (int i = 1; i < pairs; ++i) {
+            passThenDot<false, false>(t, d, row(cache->U, i - 1), nullptr, sums[0], sums[1], row(cache->S, i), l, sums);
+        }
+        passThenDot<false, true>(t, d, row(cache->U, pairs - 1), nullptr, sums[0], sums[1], Sk, l, sums);
     }
-    double along_t = 0.0, along_d = 0.0;
-    for (int i = 0; i <= pairs; ++i) {
-        const double* u_prev = i > 0 ? row(cache->U, i - 1) : nullptr;
-        updateThenDot(t, d, u_prev, along_t, along_d, i < pairs ? row(cache->S, i) : Sk, l, &along_t, &along_d);
-    }
-    const double g = along_t, sk_d = along_d;  // <t, Sk> and <Sk, d>
-    const double q = normSquared(Sk, l);
+    const double g = sums[0], sk_d = sums[1], q = sums[2];  // <t, Sk>, <Sk, d> and |Sk|^2
 
     // Safeguard (Powell): keep <t, Sk> away from 0 relative to |Sk|^2 by moving t toward Sk.
     double e = g;  // <Sk, t>: the same terms in the same order as g while t stays
