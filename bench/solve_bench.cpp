@@ -137,11 +137,7 @@ void oursIteration(benchmark::State& state, Subject* s) {
     Work* w = s->work;
     const Cone* cone = coneOf(*s);
     for (auto _ : state) {
-        std::copy(w->u.get(), w->u.get() + w->l, w->u_prev.get());
-        projectLinSys(w, s->iteration);
-        projectCones(w, cone);
-        updateDualVariables(w);
-        computeResidualsStandard(w, &s->residuals, s->iteration);
+        standardIterationStep(w, cone, &s->residuals, s->iteration);
         ++s->iteration;
     }
 }

@@ -89,10 +89,21 @@ PassSums residualPass(double* v, const double* add, const double* data, const do
 
 }  // namespace
 
-void computeResidualsStandard(Work* work, Residuals* r, int iter) {
+namespace {
+
+// The residuals of the standard iteration; with update_dual set, the same pass over the
+// rows first brings the slack block of v up to date (updateDualVariables), entry by entry
+// just before the residual reads it.
+void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
     if (r->last_iter == iter) return;
     r->last_iter = iter;
     const int n = work->n, m = work->m, l = work->l;
+    const double alpha = work->settings->alpha;
+    double* v = work->v.get();
+    const double* u = work->u.get();
+    const double* u_t = work->u_t.get();
+    const double* u_prev = work->u_prev.get();
+    if (update_dual) v[l - 1] = v[l - 1] + u[l - 1] - alpha * u_t[l - 1] - (1 - alpha) * u_prev[l - 1];
     const Units units(work);
     const double* x = work->u.get();
     const double* y = work->u.get() + n;
@@ -110,6 +121,10 @@ void computeResidualsStandard(Work* work, Residuals* r, int iter) {
     productA(&work->lin_sys->rows_of_A, x, pr);
     double P = 0.0, P_res = 0.0;
     for (int i = 0; i < m; ++i) {
+        if (update_dual) {
+            const int k = n + i;
+            v[k] = v[k] + u[k] - alpha * u_t[k] - (1 - alpha) * u_prev[k];
+        }
         pr[i] += s[i];
         const double w = units.row(i) / units.fb;
         P += w * w * pr[i] * pr[i];
@@ -139,6 +154,12 @@ void computeResidualsStandard(Work* work, Residuals* r, int iter) {
     r->res_dual = Q_res / (work->c_norm + 1.0) / tau;
     r->rel_gap = relativeGap(r->c_dot_x, r->b_dot_y, tau);
 }
+
+}  // namespace
+
+void computeResidualsStandard(Work* work, Residuals* r, int iter) { standardResiduals(work, r, iter, false); }
+
+void updateDualAndResiduals(Work* work, Residuals* r, int iter) { standardResiduals(work, r, iter, true); }
 
 void computeResidualsMarlet(Work* work, Residuals* r, int iter) {
     if (r->last_iter == iter) return;

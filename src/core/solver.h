@@ -50,6 +50,11 @@ int projectCones(Work* work, const Cone* cone);
 // v += u - alpha u_t - (1 - alpha) u_prev on entries n .. l-1.
 void updateDualVariables(Work* work);
 
+// One iteration of runStandardIteration up to its residuals (u_prev = u, the projection
+// step, the cone projection, the update of v and the residuals): 0, or -1 when the
+// projection step failed and -2 when the cone projection did.
+int standardIterationStep(Work* work, const Cone* cone, Residuals* residuals, int iter);
+
 // ---- Marlet iteration ----------------------------------------------------------------
 
 // Seeks a zero of the fixed-point residual R(u) = u_t - u_b (u_t the projection step of u,
@@ -90,6 +95,9 @@ void releaseProgressArrays(Info* info);
 // The figures of the standard iterate (x, y of u and s of v), in the caller's units.
 // Does nothing when residuals->last_iter equals iter.
 void computeResidualsStandard(Work* work, Residuals* residuals, int iter);
+
+// updateDualVariables followed by computeResidualsStandard, in one pass over the rows.
+void updateDualAndResiduals(Work* work, Residuals* residuals, int iter);
 
 // The figures of the Marlet iterate (x, y of u_b, s_b and kappa_b), in the caller's
 // units. Does nothing when residuals->last_iter equals iter.

@@ -1,6 +1,7 @@
 // The standard splitting iteration with over-relaxation: the linear projection of u + v,
 // the cone projection of the relaxed point, and the update of the dual iterate v.
 #include <algorithm>
+#include <utility>
 
 #include "cones/cones.h"
 #include "core/solver.h"
@@ -36,6 +37,17 @@ void updateDualVariables(Work* work) {
     for (int i = work->n; i < work->l; ++i) v[i] = v[i] + u[i] - a * u_t[i] - (1 - a) * u_prev[i];
 }
 
+int standardIterationStep(Work* work, const Cone* cone, Residuals* residuals, int iter) {
+    if (projectLinSys(work, iter) < 0) return -1;
+    // u_prev takes u by an exchange of the two buffers rather than a copy: projectCones
+    // writes every entry of the new u.
+    std::swap(work->u, work->u_prev);
+    if (projectCones(work, cone) < 0) return -2;
+    // The update of v rides on the residuals' pass over the rows.
+    updateDualAndResiduals(work, residuals, iter);
+    return 0;
+}
+
 int runStandardIteration(Work* work, const Data* data, const Cone* cone, Solution* solution, Info* info) {
     if (data == nullptr || cone == nullptr || solution == nullptr || info == nullptr || data->b == nullptr ||
         data->c == nullptr) {
@@ -57,18 +69,16 @@ int runStandardIteration(Work* work, const Data* data, const Cone* cone, Solutio
 
     int iter = 0;
     for (; iter < s->max_iters; ++iter) {
-        std::copy(work->u.get(), work->u.get() + work->l, work->u_prev.get());
-        if (projectLinSys(work, iter) < 0) {
+        const int step = standardIterationStep(work, cone, &residuals, iter);
+        if (step == -1) {
             return failSolve(work, m, n, solution, info, KORVEX_FAILED, "error in projectLinSys", "Failure", o);
         }
-        if (projectCones(work, cone) < 0) {
+        if (step == -2) {
             return failSolve(work, m, n, solution, info, KORVEX_FAILED, "error in projectCones", "Failure", o);
         }
-        updateDualVariables(work);
         if (isInterrupted()) {
             return failSolve(work, m, n, solution, info, KORVEX_SIGINT, "Interrupted", "Interrupted", o);
         }
-        computeResidualsStandard(work, &residuals, iter);
         info->statusVal = testStopping(work, &residuals, iter);
         if (info->statusVal != KORVEX_RUNNING) break;
         if (s->verbose != 0 && iter % 10 == 0) printProgressLine(work, iter, &residuals, &timer);
