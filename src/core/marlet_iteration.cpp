@@ -55,31 +55,44 @@ int projectReflection(double* out, Work* work, const Cone* cone) {
     return result;
 }
 
-// R = a - b written out, and the sum of its squares in the order of normSquared.
-double differenceSquares(double* __restrict R, const double* __restrict a, const double* __restrict b, int count) {
+// R = a - b written out, and the sum of its squares in the order of normSquared; with
+// `other` given, also <other, R> into *dot in the order of dotProduct.
+double differenceSquares(double* __restrict R, const double* __restrict a, const double* __restrict b, int count,
+                         const double* __restrict other = nullptr, double* dot = nullptr) {
     const int k = count & ~3;
-    DoublePair low = {0.0, 0.0}, high = {0.0, 0.0};
+    DoublePair low = {0.0, 0.0}, high = {0.0, 0.0}, dot_low = {0.0, 0.0}, dot_high = {0.0, 0.0};
     for (int j = 0; j < k; j += 4) {
         const DoublePair rl = loadPair(a + j) - loadPair(b + j), rh = loadPair(a + j + 2) - loadPair(b + j + 2);
         storePair(R + j, rl);
         storePair(R + j + 2, rh);
         low += rl * rl;
         high += rh * rh;
+        if (other != nullptr) {
+            dot_low += loadPair(other + j) * rl;
+            dot_high += loadPair(other + j + 2) * rh;
+        }
     }
     for (int j = k; j < count; ++j) R[j] = a[j] - b[j];
     double sum = combineLanes(low, high);
     for (int j = count - 1; j >= k; --j) sum += R[j] * R[j];  // the last terms from the highest index down
+    if (other != nullptr) {
+        *dot = combineLanes(dot_low, dot_high);
+        for (int j = count - 1; j >= k; --j) *dot += other[j] * R[j];
+    }
     return sum;
 }
 
 // R = p_t - p_b and |R|_M, its x block weighted by rho_x, with the bits of differenceInto and
 // weightedNorm in one pass; with `slack` set, also the reflected slack s_b and kappa_b of p
-// (computeReflectedSlack).
-double residualWithNorm(double* R, const double* p, const double* p_t, const double* p_b, Work* work, bool slack) {
+// (computeReflectedSlack); with `dir` given, also <dir, R>_M (weightedDot) into *dir_dot.
+double residualWithNorm(double* R, const double* p, const double* p_t, const double* p_b, Work* work, bool slack,
+                        const double* dir = nullptr, double* dir_dot = nullptr) {
     const int n = work->n, l = work->l;
-    const double x_sum = differenceSquares(R, p_t, p_b, n);
-    const double r_sum = differenceSquares(R + n, p_t + n, p_b + n, l - n);
+    double x_dot = 0.0, r_dot = 0.0;
+    const double x_sum = differenceSquares(R, p_t, p_b, n, dir, &x_dot);
+    const double r_sum = differenceSquares(R + n, p_t + n, p_b + n, l - n, dir != nullptr ? dir + n : nullptr, &r_dot);
     if (slack) computeReflectedSlack(p, p_b, p_t, work);
+    if (dir != nullptr) *dir_dot = work->settings->rho_x * x_dot + r_dot;
     return std::sqrt(work->settings->rho_x * x_sum + r_sum);
 }
 
@@ -262,7 +275,9 @@ int runMarletIteration(Work* work, const Data* data, const Cone* cone, Solution*
                     if (projectTrial(wu, wu_t, wu_b, u, u_t, work->step_size, work, cone) < 0) {
                         return fail("error in projectConesv2");
                     }
-                    const double fpr_trial = residualWithNorm(Rwu, wu, wu_t, wu_b, work, false);
+                    // <dir, Rwu>_M, which the safeguarded test needs, comes from the same pass.
+                    double dir_dot = 0.0;
+                    const double fpr_trial = residualWithNorm(Rwu, wu, wu_t, wu_b, work, false, dir, &dir_dot);
 
                     if (s->k1 != 0 && fpr_trial <= s->c1 * work->fpr_norm && work->fpr_norm <= safe_bound) {
                         // Educated step: the trial point is taken with its projections.
@@ -286,7 +301,7 @@ int runMarletIteration(Work* work, const Data* data, const Cone* cone, Solution*
                     if (s->k2 != 0) {
                         // Safeguarded step: a step along -Rwu whose length comes from the
                         // decrease the trial promises.
-                        const double gain = fpr_trial * fpr_trial - work->step_size * weightedDot(work, dir, Rwu);
+                        const double gain = fpr_trial * fpr_trial - work->step_size * dir_dot;
                         if (gain >= s->sigma * work->fpr_norm * fpr_trial) {
                             addScaledVector(u, Rwu, l, -(s->alpha * gain / (fpr_trial * fpr_trial)));
                             step_kind = kSafeguardedStep;
