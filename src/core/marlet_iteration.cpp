@@ -100,14 +100,13 @@ double residualWithNorm(double* R, const double* p, const double* p_t, const dou
 // moved by `step` along (dir, dut) in one pass, then the reflection's cone projection
 // into p_b: a trial of the line search.
 int projectTrial(double* __restrict p, double* __restrict p_t, double* __restrict p_b, const double* __restrict u,
-                 const double* __restrict u_t, double step, Work* work,
-                 const Cone* cone) {
+                 const double* __restrict u_t, double step, Work* work, const Cone* cone) {
     const double* __restrict dir = work->dir.get();
     const double* __restrict dut = work->dut.get();
     for (int j = 0; j < work->l; ++j) {
-        p[j] = u[j] * 1.0 + dir[j] * step;
-        p_t[j] = u_t[j] * 1.0 + dut[j] * step;
-        p_b[j] = p_t[j] * 2.0 + p[j] * -1.0;
+        p[j] = u[j] + dir[j] * step;  // combineVectors with the factors 1 and step, and 2 and -1
+        p_t[j] = u_t[j] + dut[j] * step;
+        p_b[j] = p_t[j] * 2.0 - p[j];
     }
     return projectReflection(p_b, work, cone);
 }
