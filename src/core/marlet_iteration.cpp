@@ -40,11 +40,6 @@ double weightedDot(const Work* work, const double* p, const double* q) {
     return work->settings->rho_x * dotProduct(p, q, n) + dotProduct(p + n, q + n, work->l - n);
 }
 
-double weightedNorm(const Work* work, const double* p) {
-    const int n = work->n;
-    return std::sqrt(work->settings->rho_x * normSquared(p, n) + normSquared(p + n, work->l - n));
-}
-
 namespace {
 
 // The cone projection of a reflection already formed in out: its r block onto the dual
@@ -83,7 +78,7 @@ double differenceSquares(double* __restrict R, const double* __restrict a, const
 }
 
 // R = p_t - p_b and |R|_M, its x block weighted by rho_x, with the bits of differenceInto and
-// weightedNorm in one pass; with `slack` set, also the reflected slack s_b and kappa_b of p
+// the kernels' normSquared in one pass; with `slack` set, also the reflected slack s_b and kappa_b of p
 // (computeReflectedSlack); with `dir` given, also <dir, R>_M (weightedDot) into *dir_dot.
 double residualWithNorm(double* R, const double* p, const double* p_t, const double* p_b, Work* work, bool slack,
                         const double* dir = nullptr, double* dir_dot = nullptr) {

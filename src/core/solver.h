@@ -74,9 +74,8 @@ void computeReflectedSlack(const double* p, const double* p_b, const double* p_t
 // out[i] = a[i] - b[i] for count entries.
 void differenceInto(double* out, const double* a, const double* b, int count);
 
-// |p|_M = sqrt(rho_x |p_x|^2 + |p_r|^2) and <p, q>_M = rho_x <p_x, q_x> + <p_r, q_r>, the
-// norm and inner product of the Marlet iteration (x block weighted by rho_x).
-double weightedNorm(const Work* work, const double* p);
+// <p, q>_M = rho_x <p_x, q_x> + <p_r, q_r>, the inner product of the Marlet iteration (x block
+// weighted by rho_x); the iteration's norms |p|_M come from its fused passes.
 double weightedDot(const Work* work, const double* p, const double* q);
 
 // ---- Progress history ---------------------------------------------------------------
