@@ -46,17 +46,18 @@ struct Scaling {
 // loads an index per panel row instead of one per entry, and the arithmetic inside a
 // panel is dense. Columns outside every run are read from L itself.
 //
-// The columns also fall into segments, consecutive column ranges in order. A task segment
-// is a union of whole subtrees of the elimination tree whose ancestors all lie outside
-// every task, so the tasks' two passes can run at the same time: forward, a task updates
-// only rows of its own range (its entries on the rows above are gathered afterwards, row
-// by row, from the cross entries), and backward it reads rows above that are already
-// final. The split depends on L alone, so a solve gives the same bits on any number of
-// threads. A small factor has one segment, every column, and no task.
+// The columns also fall into segments, consecutive column ranges in order, each part of
+// one task or of none. A task is a union of whole subtrees of the elimination tree whose
+// ancestors all lie outside every task, so the tasks' two passes can run at the same
+// time: forward, a task updates only rows of its own subtrees (its entries on the rows
+// above are gathered afterwards, row by row, from the cross entries, blocks of rows side
+// by side), and backward it reads rows above that are already final. The split depends
+// on L alone, so a solve gives the same bits on any number of threads. A small factor has
+// one segment, every column, and no task.
 struct Segment {
     int lo, hi;              // columns lo .. hi - 1
     int panel_lo, panel_hi;  // the supernodes inside, panel_lo .. panel_hi - 1
-    int task;                // its task number, or -1 for a segment solved after the tasks
+    int task;                // its task number, or -1 for a segment solved after the tasks forward
 };
 
 struct Supernodes {
@@ -73,7 +74,8 @@ struct Supernodes {
     int segment_count;
     int task_count;
     OwnedArray<Segment> segments;             // segment_count, in column order
-    OwnedArray<int> task_segment;             // task_count: the segment of each task
+    OwnedArray<int> task_first;               // task_count + 1: task k's segments are
+    OwnedArray<int> task_segments;            // task_segments[task_first[k] .. task_first[k + 1]), in order
     OwnedArray<int> inner_end;                // N: the forward step of column j updates Li[Lp[j] .. inner_end[j])
     OwnedArray<int> rows_inside;              // count: the forward step of a panel updates its first rows_inside[s] rows below
     int cross_row_count;                      // rows that gather cross entries
@@ -81,6 +83,8 @@ struct Supernodes {
     OwnedArray<int> cross_start;              // cross_row_count + 1
     OwnedArray<int> cross_column;             // the task column of each cross entry, increasing within a row
     OwnedArray<double> cross_value;           // its entry of L
+    int cross_block_count;                    // blocks of cross rows gathered side by side
+    OwnedArray<int> cross_block;              // cross_block_count + 1: block b is rows cross_block[b] .. cross_block[b + 1] - 1
 };
 
 // A by rows (compressed rows, entries of a row in increasing column order): what makes

@@ -1,17 +1,23 @@
 // The split of a factor's columns into subtrees that a solve runs side by side.
 //
 // Units are the supernodes and the columns outside them; the parent of a unit is the
-// unit of its last column's parent in the elimination tree. A unit whose subtree holds
-// more than 1/kPieces of the factor's work stays out of every task, and so do all its
-// ancestors; each largest subtree below that bound becomes a task, when its columns are
-// one consecutive range (elimination orders from AMD are postorders, where they always
-// are) and it is not too small to be worth a task. Neighbouring tasks merge while they
-// stay under the bound. The rest, ancestors of tasks and the subtrees left out, is solved
-// by one thread after the tasks forward and before them backward.
+// unit of its last column's parent in the elimination tree, always a later unit. A unit
+// whose subtree holds more than 1/kPieces of the factor's work stays out of every task,
+// and so do all its ancestors; each largest subtree below that bound is a root of the
+// split. The roots, in column order, are packed into tasks of at most 1/kPieces of the
+// work each. Every column is then either in one root's subtree or an ancestor of roots;
+// the ancestors are solved by one thread, after the tasks forward and before them
+// backward. Trees that are a long spine with many small subtrees hanging off it split
+// well this way too: a task is then many subtrees, with spine columns between them.
 //
-// A task column's entries on rows above its task are cross entries: the forward step
-// leaves them out, and afterwards each such row gathers them, in increasing column
-// order, before the columns outside the tasks are solved.
+// A subtree's columns need not be one consecutive range (its columns are all at most its
+// root's last column, but other subtrees' columns may lie between them), so the columns
+// fall into segments, maximal ranges of one task or of none. Within a subtree the rows of
+// a column that belong to it are exactly those up to the root's last column: they come
+// first in the column, and the rest are cross entries. The forward step of a task leaves
+// its cross entries out; afterwards each row that has some gathers them, in increasing
+// column order, before the columns outside the tasks are solved. The rows are independent
+// sums, gathered in blocks side by side.
 #include <cstdint>
 
 #include "linsys/linsys.h"
@@ -22,10 +28,14 @@ namespace {
 
 // Below this many entries of L a solve is too short to share.
 constexpr int kSplitEntries = 1 << 15;
-// A task's subtree holds at most 1/kPieces of the work, and at least 1/(kPieces * 32).
+// A task holds at most 1/kPieces of the work.
 constexpr std::int64_t kPieces = 16;
 // When the tasks hold less than this share of the work, one thread does everything.
 constexpr double kLeastShared = 0.5;
+// The gather of the cross entries runs in at most kCrossBlocks blocks of rows, of at
+// least kCrossGrain entries each.
+constexpr std::int64_t kCrossBlocks = 64;
+constexpr std::int64_t kCrossGrain = 4096;
 
 // One segment over every column: the solve without tasks.
 int splitNothing(const cs* L, Supernodes* sn) {
@@ -38,6 +48,7 @@ int splitNothing(const cs* L, Supernodes* sn) {
     sn->segment_count = 1;
     sn->task_count = 0;
     sn->cross_row_count = 0;
+    sn->cross_block_count = 0;
     for (int j = 0; j < N; ++j) sn->inner_end[j] = L->p[j + 1];
     for (int s = 0; s < sn->count; ++s) sn->rows_inside[s] = sn->row_start[s + 1] - sn->row_start[s];
     return 0;
@@ -63,16 +74,12 @@ int splitSubtrees(LinSysWork* p) {
         unit_last[units++] = end - 1;
     }
 
-    // Per unit: its parent, and over its subtree the work, the columns and the first column.
-    OwnedArray<int> parent, columns, first;
+    // Per unit: its parent and the work of its subtree.
+    OwnedArray<int> parent;
     OwnedArray<std::int64_t> work;
-    if (!parent.allocate(units) || !columns.allocate(units, true) || !first.allocate(units) || !work.allocate(units, true)) {
-        return -1;
-    }
+    if (!parent.allocate(units) || !work.allocate(units, true)) return -1;
     for (int u = 0, j = 0; u < units; ++u) {
-        first[u] = j;
         for (; j <= unit_last[u]; ++j) work[u] += Lp[j + 1] - Lp[j] + 1;
-        columns[u] += unit_last[u] - first[u] + 1;
     }
     std::int64_t total = 0;
     for (int u = 0; u < units; ++u) {
@@ -80,82 +87,100 @@ int splitSubtrees(LinSysWork* p) {
         parent[u] = Lp[last] < Lp[last + 1] ? unit_of[Li[Lp[last]]] : -1;  // rows increase: the first is the parent
         if (parent[u] < 0) {
             total += work[u];
-            continue;
+        } else {
+            work[parent[u]] += work[u];
         }
-        work[parent[u]] += work[u];
-        columns[parent[u]] += columns[u];
-        if (first[u] < first[parent[u]]) first[parent[u]] = first[u];
     }
 
-    // The task roots in column order, merged with their neighbours while under the bound.
-    const std::int64_t most = total / kPieces, least = most / 32;
-    OwnedArray<int> lo, hi;
-    OwnedArray<std::int64_t> task_work;
-    if (!lo.allocate(units) || !hi.allocate(units) || !task_work.allocate(units)) return -1;
+    // The roots in column order, packed into tasks; then, from the last unit down (a
+    // parent comes after its children), each unit's root and task (-1 for none).
+    const std::int64_t most = total / kPieces;
+    OwnedArray<int> root_of, task_of;
+    if (!root_of.allocate(units) || !task_of.allocate(units)) return -1;
     int tasks = 0;
-    std::int64_t shared = 0;
+    std::int64_t shared = 0, task_work = 0;
     for (int u = 0; u < units; ++u) {
-        const bool root = work[u] <= most && (parent[u] < 0 || work[parent[u]] > most);
-        const bool consecutive = unit_last[u] - first[u] + 1 == columns[u];
-        if (!root || !consecutive || work[u] < least) continue;
-        shared += work[u];
-        if (tasks > 0 && hi[tasks - 1] == first[u] && task_work[tasks - 1] + work[u] <= most) {
-            hi[tasks - 1] = unit_last[u] + 1;
-            task_work[tasks - 1] += work[u];
-            continue;
+        task_of[u] = -1;
+        if (work[u] > most || (parent[u] >= 0 && work[parent[u]] <= most)) continue;
+        if (tasks == 0 || task_work + work[u] > most) {
+            ++tasks;
+            task_work = 0;
         }
-        lo[tasks] = first[u];
-        hi[tasks] = unit_last[u] + 1;
-        task_work[tasks++] = work[u];
+        task_work += work[u];
+        shared += work[u];
+        task_of[u] = tasks - 1;
     }
     if (tasks < 2 || static_cast<double>(shared) < kLeastShared * static_cast<double>(total)) return splitNothing(L, &sn);
+    for (int u = units - 1; u >= 0; --u) {
+        if (task_of[u] >= 0) {
+            root_of[u] = u;
+        } else if (parent[u] >= 0 && root_of[parent[u]] >= 0) {
+            root_of[u] = root_of[parent[u]];
+            task_of[u] = task_of[root_of[u]];
+        } else {
+            root_of[u] = -1;
+        }
+    }
 
-    // Segments: the tasks and the ranges between them, each with its supernodes.
+    // Segments: maximal ranges of units of one task (or of none), each with its
+    // supernodes; per task, the list of its segments in column order.
+    int segments = 0;
+    for (int u = 0; u < units; ++u) segments += u == 0 || task_of[u] != task_of[u - 1];
     const int largest = sn.largest_below > 0 ? sn.largest_below : 1;
-    if (!sn.segments.allocate(2 * tasks + 1) || !sn.task_segment.allocate(tasks) || !sn.inner_end.allocate(N) ||
-        !sn.rows_inside.allocate(sn.count > 0 ? sn.count : 1) || !sn.scratch.allocate(static_cast<std::int64_t>(tasks) * largest)) {
+    if (!sn.segments.allocate(segments) || !sn.task_first.allocate(tasks + 1, true) || !sn.task_segments.allocate(segments) ||
+        !sn.inner_end.allocate(N) || !sn.rows_inside.allocate(sn.count > 0 ? sn.count : 1) ||
+        !sn.scratch.allocate(static_cast<std::int64_t>(tasks) * largest)) {
         return -1;
     }
-    int segments = 0, panel = 0;
-    auto addSegment = [&](int from, int to, int task) {
+    int panel = 0, g = 0;
+    for (int u = 0; u < units;) {
+        const int from = u == 0 ? 0 : unit_last[u - 1] + 1;
+        const int task = task_of[u];
+        while (u < units && task_of[u] == task) ++u;
+        const int to = unit_last[u - 1] + 1;
         const int panel_lo = panel;
         while (panel < sn.count && sn.first[panel] < to) ++panel;
-        sn.segments[segments] = Segment{from, to, panel_lo, panel, task};
-        if (task >= 0) sn.task_segment[task] = segments;
-        ++segments;
-    };
-    for (int k = 0, at = 0; k <= tasks; ++k) {
-        const int gap_end = k < tasks ? lo[k] : N;
-        if (at < gap_end) addSegment(at, gap_end, -1);
-        if (k == tasks) break;
-        addSegment(lo[k], hi[k], k);
-        at = hi[k];
+        sn.segments[g++] = Segment{from, to, panel_lo, panel, task};
+        if (task >= 0) ++sn.task_first[task + 1];
+    }
+    for (int k = 0; k < tasks; ++k) sn.task_first[k + 1] += sn.task_first[k];
+    {
+        OwnedArray<int> next;
+        if (!next.allocate(tasks)) return -1;
+        for (int k = 0; k < tasks; ++k) next[k] = sn.task_first[k];
+        for (g = 0; g < segments; ++g) {
+            if (sn.segments[g].task >= 0) sn.task_segments[next[sn.segments[g].task]++] = g;
+        }
     }
     sn.segment_count = segments;
     sn.task_count = tasks;
 
-    // The forward steps of task columns stop at the rows above their task; those entries
-    // are counted per row, then listed by row in increasing column order.
+    // The forward steps of task columns stop after the rows up to their root's last
+    // column; the other entries are counted per row, then listed by row in increasing
+    // column order.
     OwnedArray<int> per_row;
     if (!per_row.allocate(N + 1, true)) return -1;
     std::int64_t cross = 0;
-    for (int g = 0; g < segments; ++g) {
+    for (g = 0; g < segments; ++g) {
         const Segment& segment = sn.segments[g];
         for (int j = segment.lo; j < segment.hi; ++j) {
             int q = Lp[j + 1];
             if (segment.task >= 0) {
+                const int bound = unit_last[root_of[unit_of[j]]];
                 q = Lp[j];
-                while (q < Lp[j + 1] && Li[q] < segment.hi) ++q;
+                while (q < Lp[j + 1] && Li[q] <= bound) ++q;
                 for (int t = q; t < Lp[j + 1]; ++t) ++per_row[Li[t] + 1];
                 cross += Lp[j + 1] - q;
             }
             sn.inner_end[j] = q;
         }
         for (int s = segment.panel_lo; s < segment.panel_hi; ++s) {
-            int inside = sn.row_start[s + 1] - sn.row_start[s];
+            const int below = sn.row_start[s + 1] - sn.row_start[s];
+            int inside = below;
             if (segment.task >= 0) {
+                const int bound = unit_last[root_of[unit_of[sn.first[s]]]];
                 inside = 0;
-                while (inside < sn.row_start[s + 1] - sn.row_start[s] && sn.rows[sn.row_start[s] + inside] < segment.hi) ++inside;
+                while (inside < below && sn.rows[sn.row_start[s] + inside] <= bound) ++inside;
             }
             sn.rows_inside[s] = inside;
         }
@@ -163,7 +188,8 @@ int splitSubtrees(LinSysWork* p) {
     int rows_with = 0;
     for (int i = 0; i < N; ++i) rows_with += per_row[i + 1] > 0;
     if (cross > INT32_MAX || !sn.cross_rows.allocate(rows_with > 0 ? rows_with : 1) || !sn.cross_start.allocate(rows_with + 1) ||
-        !sn.cross_column.allocate(cross > 0 ? cross : 1) || !sn.cross_value.allocate(cross > 0 ? cross : 1)) {
+        !sn.cross_column.allocate(cross > 0 ? cross : 1) || !sn.cross_value.allocate(cross > 0 ? cross : 1) ||
+        !sn.cross_block.allocate(kCrossBlocks + 1)) {
         return -1;
     }
     for (int i = 0; i < N; ++i) per_row[i + 1] += per_row[i];  // per_row[i]: where row i's entries start
@@ -173,8 +199,9 @@ int splitSubtrees(LinSysWork* p) {
         sn.cross_rows[r] = i;
         sn.cross_start[++r] = per_row[i + 1];
     }
-    for (int k = 0; k < tasks; ++k) {
-        const Segment& segment = sn.segments[sn.task_segment[k]];
+    for (g = 0; g < segments; ++g) {
+        const Segment& segment = sn.segments[g];
+        if (segment.task < 0) continue;
         for (int j = segment.lo; j < segment.hi; ++j) {
             for (int q = sn.inner_end[j]; q < Lp[j + 1]; ++q) {
                 const int at = per_row[Li[q]]++;
@@ -184,6 +211,18 @@ int splitSubtrees(LinSysWork* p) {
         }
     }
     sn.cross_row_count = rows_with;
+
+    // Blocks of cross rows of at least grain entries each (the last may hold fewer).
+    std::int64_t grain = cross / kCrossBlocks + 1;
+    if (grain < kCrossGrain) grain = kCrossGrain;
+    int blocks = 0;
+    sn.cross_block[0] = 0;
+    for (int r = 0; r < rows_with;) {
+        const int from = sn.cross_start[r];
+        while (r < rows_with && sn.cross_start[r] - from < grain) ++r;
+        sn.cross_block[++blocks] = r;
+    }
+    sn.cross_block_count = blocks;
     return 0;
 }
 

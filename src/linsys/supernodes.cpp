@@ -247,31 +247,41 @@ void backwardSegment(const Supernodes& sn, const cs* L, double* x, const Segment
 
 void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) {
     const Segment* segments = sn.segments.get();
+    const int* task_first = sn.task_first.get();
+    const int* task_segments = sn.task_segments.get();
     double* scratch = sn.scratch.get();
     const std::int64_t stride = sn.largest_below;
 
     // Forward: the tasks side by side, leaving their columns undivided; the rows above
-    // them gather their cross entries; then the other segments in order.
+    // them gather their cross entries, blocks of rows side by side; then the other
+    // segments in order.
     forEachTask(sn.task_count, [&](int k) {
-        forwardSegment(sn, L, D, x, segments[sn.task_segment[k]], false, scratch + k * stride);
+        for (int t = task_first[k]; t < task_first[k + 1]; ++t) {
+            forwardSegment(sn, L, D, x, segments[task_segments[t]], false, scratch + k * stride);
+        }
     });
-    for (int r = 0; r < sn.cross_row_count; ++r) {
-        const int start = sn.cross_start[r];
-        x[sn.cross_rows[r]] -= gatherDot(sn.cross_value.get() + start, sn.cross_column.get() + start, x, sn.cross_start[r + 1] - start);
-    }
+    forEachTask(sn.cross_block_count, [&](int b) {
+        for (int r = sn.cross_block[b]; r < sn.cross_block[b + 1]; ++r) {
+            const int start = sn.cross_start[r];
+            x[sn.cross_rows[r]] -=
+                gatherDot(sn.cross_value.get() + start, sn.cross_column.get() + start, x, sn.cross_start[r + 1] - start);
+        }
+    });
     for (int g = 0; g < sn.segment_count; ++g) {
         if (segments[g].task < 0) forwardSegment(sn, L, D, x, segments[g], true, scratch);
     }
 
-    // Backward: the other segments from the last, then the tasks side by side, each first
-    // dividing its columns by their pivots.
+    // Backward: the other segments from the last, then the tasks side by side, each
+    // dividing a segment's columns by their pivots before solving it, last segment first.
     for (int g = sn.segment_count - 1; g >= 0; --g) {
         if (segments[g].task < 0) backwardSegment(sn, L, x, segments[g], scratch);
     }
     forEachTask(sn.task_count, [&](int k) {
-        const Segment& segment = segments[sn.task_segment[k]];
-        for (int j = segment.lo; j < segment.hi; ++j) x[j] /= D[j];
-        backwardSegment(sn, L, x, segment, scratch + k * stride);
+        for (int t = task_first[k + 1] - 1; t >= task_first[k]; --t) {
+            const Segment& segment = segments[task_segments[t]];
+            for (int j = segment.lo; j < segment.hi; ++j) x[j] /= D[j];
+            backwardSegment(sn, L, x, segment, scratch + k * stride);
+        }
     });
 }
 
