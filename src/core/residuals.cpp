@@ -7,6 +7,7 @@
 #include "core/solver.h"
 #include "kernels/kernels.h"
 #include "linsys/linsys.h"
+#include "reporting/threads.h"
 
 namespace korvex {
 
@@ -117,34 +118,49 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
     r->tau = tau;
     r->kap = std::fabs(work->v[l - 1]) / units.fbc;
 
-    // pr = A x + s; P = |pr|, P_res = |pr - tau b|, both weighted by D / fb.
+    // pr = A x + s; P = |pr|, P_res = |pr - tau b|, both weighted by D / fb. The passes
+    // run in fixed blocks side by side, each sum the blocks' sums in order (FixedBlocks).
+    double sums[FixedBlocks::kMostBlocks][2];
+    auto combined = [&](const FixedBlocks& blocks, int which) {
+        double total = sums[0][which];
+        for (int b = 1; b < blocks.count; ++b) total += sums[b][which];
+        return std::sqrt(total);
+    };
     productA(&work->lin_sys->rows_of_A, x, pr);
-    double P = 0.0, P_res = 0.0;
-    for (int i = 0; i < m; ++i) {
-        if (update_dual) {
-            const int k = n + i;
-            v[k] = v[k] + u[k] - alpha * u_t[k] - (1 - alpha) * u_prev[k];
+    const FixedBlocks rows(m);
+    forEachBlock(rows, [&](int lo, int hi, int block) {
+        double P = 0.0, P_res = 0.0;
+        for (int i = lo; i < hi; ++i) {
+            if (update_dual) {
+                const int k = n + i;
+                v[k] = v[k] + u[k] - alpha * u_t[k] - (1 - alpha) * u_prev[k];
+            }
+            pr[i] += s[i];
+            const double w = units.row(i) / units.fb;
+            P += w * w * pr[i] * pr[i];
+            const double e = pr[i] - tau * b[i];
+            P_res += w * w * e * e;
         }
-        pr[i] += s[i];
-        const double w = units.row(i) / units.fb;
-        P += w * w * pr[i] * pr[i];
-        const double e = pr[i] - tau * b[i];
-        P_res += w * w * e * e;
-    }
-    P = std::sqrt(P);
-    P_res = std::sqrt(P_res);
+        sums[block][0] = P;
+        sums[block][1] = P_res;
+    });
+    const double P = combined(rows, 0), P_res = combined(rows, 1);
 
     // dr = A'y; Q = |dr|, Q_res = |dr + tau c|, both weighted by E / fc.
     productAt(work->A, y, dr);
-    double Q = 0.0, Q_res = 0.0;
-    for (int j = 0; j < n; ++j) {
-        const double w = units.col(j) / units.fc;
-        Q += w * w * dr[j] * dr[j];
-        const double e = dr[j] + tau * c[j];
-        Q_res += w * w * e * e;
-    }
-    Q = std::sqrt(Q);
-    Q_res = std::sqrt(Q_res);
+    const FixedBlocks cols(n);
+    forEachBlock(cols, [&](int lo, int hi, int block) {
+        double Q = 0.0, Q_res = 0.0;
+        for (int j = lo; j < hi; ++j) {
+            const double w = units.col(j) / units.fc;
+            Q += w * w * dr[j] * dr[j];
+            const double e = dr[j] + tau * c[j];
+            Q_res += w * w * e * e;
+        }
+        sums[block][0] = Q;
+        sums[block][1] = Q_res;
+    });
+    const double Q = combined(cols, 0), Q_res = combined(cols, 1);
 
     r->b_dot_y = dotProduct(y, b, m) / units.fbc;
     r->c_dot_x = dotProduct(x, c, n) / units.fbc;

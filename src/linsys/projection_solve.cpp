@@ -19,6 +19,7 @@
 #include "kernels/kernels.h"
 #include "linsys/linsys.h"
 #include "reporting/print.h"
+#include "reporting/threads.h"
 #include "reporting/timing.h"
 
 namespace korvex {
@@ -113,6 +114,13 @@ void coldStart(Work* work) {
     }
 }
 
+// sums[0][0] + sums[0][1] of block 0, plus those of the blocks after it in order.
+double combineSums(const double (*sums)[2], int count) {
+    double total = sums[0][0] + sums[0][1];
+    for (int b = 1; b < count; ++b) total += sums[b][0] + sums[b][1];
+    return total;
+}
+
 // What both projection steps share, on t = M w (the weight is part of the system and is
 // not undone): correct the first l - 1 entries by h, solve with K, recover the last. The
 // passes are fused: loading t (load(k) gives t[k] = M w at k) with the correction by
@@ -131,45 +139,59 @@ int projectFrom(double* t, Work* work, Load&& load) {
     const double* g = work->g.get();
     const int* P = lin_sys->perm.get();
     double* x = lin_sys->rhs_work.get();
+    // The three passes run in fixed blocks side by side (see FixedBlocks).
+    const FixedBlocks blocks(N);
+    double sums[FixedBlocks::kMostBlocks][2];
 
     const double last = load(N);
+    forEachBlock(blocks, [&](int lo, int hi, int b) {
+        double s0 = 0.0, s1 = 0.0;
+        int k = lo;
+        for (; k + 2 <= hi; k += 2) {
+            t[k] = load(k) - last * h[k];  // t -= t(l-1) h
+            t[k + 1] = load(k + 1) - last * h[k + 1];
+            s0 += t[k] * g[k];
+            s1 += t[k + 1] * g[k + 1];
+        }
+        for (; k < hi; ++k) {
+            t[k] = load(k) - last * h[k];
+            s0 += t[k] * g[k];
+        }
+        sums[b][0] = s0;
+        sums[b][1] = s1;
+    });
     t[N] = last;
-    double s0 = 0.0, s1 = 0.0;
-    int k = 0;
-    for (; k + 2 <= N; k += 2) {
-        t[k] = load(k) - last * h[k];  // t -= t(l-1) h
-        t[k + 1] = load(k + 1) - last * h[k + 1];
-        s0 += t[k] * g[k];
-        s1 += t[k + 1] * g[k + 1];
-    }
-    for (; k < N; ++k) {
-        t[k] = load(k) - last * h[k];
-        s0 += t[k] * g[k];
-    }
     // h in the solve's order is read in sequence; only t goes through the permutation.
     const double* hP = lin_sys->h_perm.get();
-    const double shift = (s0 + s1) / (work->g_dot_h + 1.0);
-    for (k = 0; k < N; ++k) {
-        const int at = P[k];
-        const double corrected = t[at] - shift * hP[k];  // t -= (t'g / (g'h + 1)) h
-        // The y block negated. x and y entries alternate unpredictably in the solve's
-        // order, so the sign bit is flipped by a mask rather than behind a branch.
-        const std::uint64_t flip = static_cast<std::uint64_t>(at >= n) << 63;
-        x[k] = std::bit_cast<double>(std::bit_cast<std::uint64_t>(corrected) ^ flip);
-    }
+    const double shift = combineSums(sums, blocks.count) / (work->g_dot_h + 1.0);
+    forEachBlock(blocks, [&](int lo, int hi, int) {
+        for (int k = lo; k < hi; ++k) {
+            const int at = P[k];
+            const double corrected = t[at] - shift * hP[k];  // t -= (t'g / (g'h + 1)) h
+            // The y block negated. x and y entries alternate unpredictably in the solve's
+            // order, so the sign bit is flipped by a mask rather than behind a branch.
+            const std::uint64_t flip = static_cast<std::uint64_t>(at >= n) << 63;
+            x[k] = std::bit_cast<double>(std::bit_cast<std::uint64_t>(corrected) ^ flip);
+        }
+    });
     solvePanels(lin_sys->panels, lin_sys->L, lin_sys->diag.get(), x);  // initPriv made the panels
-    double d0 = 0.0, d1 = 0.0;
-    for (k = 0; k + 2 <= N; k += 2) {
-        t[P[k]] = x[k];
-        t[P[k + 1]] = x[k + 1];
-        d0 += x[k] * hP[k];
-        d1 += x[k + 1] * hP[k + 1];
-    }
-    for (; k < N; ++k) {
-        t[P[k]] = x[k];
-        d0 += x[k] * hP[k];
-    }
-    t[N] += d0 + d1;
+    forEachBlock(blocks, [&](int lo, int hi, int b) {
+        double d0 = 0.0, d1 = 0.0;
+        int k = lo;
+        for (; k + 2 <= hi; k += 2) {
+            t[P[k]] = x[k];
+            t[P[k + 1]] = x[k + 1];
+            d0 += x[k] * hP[k];
+            d1 += x[k + 1] * hP[k + 1];
+        }
+        for (; k < hi; ++k) {
+            t[P[k]] = x[k];
+            d0 += x[k] * hP[k];
+        }
+        sums[b][0] = d0;
+        sums[b][1] = d1;
+    });
+    t[N] += combineSums(sums, blocks.count);
     lin_sys->solve_time_ms += readTimer(&timer);
     ++lin_sys->solve_count;
     return 0;

@@ -47,4 +47,28 @@ inline int taskCountFor(long long count, long long grain, int limit) {
     return static_cast<int>(pieces < limit ? pieces : limit);
 }
 
+// A split of a pass over count entries into fixed blocks that run side by side: at most
+// kMostBlocks of them, of at least kLeastBlock entries each and of even size, a function
+// of count alone. A sum over the pass is then the sum of the blocks' sums in block order,
+// starting from block 0's, so that a pass of one block sums exactly as a plain loop.
+struct FixedBlocks {
+    static constexpr int kMostBlocks = 32;
+    static constexpr int kLeastBlock = 1 << 15;
+    int count, size, total;
+    explicit FixedBlocks(int entries) : total(entries) {
+        count = entries / kLeastBlock;
+        if (count < 1) count = 1;
+        if (count > kMostBlocks) count = kMostBlocks;
+        size = (entries / count + 2) & ~1;  // even, so that every block starts on an even entry
+    }
+    int lo(int b) const { return b * size; }
+    int hi(int b) const { return b + 1 == count ? total : (b + 1) * size; }
+};
+
+// f(lo, hi, b) for every block b of blocks, side by side.
+template <class F>
+void forEachBlock(const FixedBlocks& blocks, F&& f) {
+    forEachTask(blocks.count, [&](int b) { f(blocks.lo(b), blocks.hi(b), b); });
+}
+
 }  // namespace korvex
