@@ -78,10 +78,11 @@ bool start(Subject& s, const Data* data, const Cone* cone) {
     const Supernodes& panels = s.work->lin_sys->panels;
     long long in_panels = 0;  // entries of L inside panels
     for (int k = 0; k < panels.count; ++k) in_panels += L->p[panels.after[k]] - L->p[panels.first[k]];
+    const int cross = panels.cross_row_count > 0 ? panels.cross_start[panels.cross_row_count] : 0;
     std::printf("%-18s n = %7d, m = %7d, nnz(A) = %8.0f, nnz(L) = %9d, bound bytes %.1f MB, %d panels holding "
-                "%.0f %% of L\n",
+                "%.0f %% of L, %d tasks, %d cross entries\n",
                 s.name.c_str(), s.work->n, s.work->m, nnz_A, L->p[L->n], bytes / 1e6, panels.count,
-                100.0 * in_panels / std::max(L->p[L->n], 1));
+                100.0 * in_panels / std::max(L->p[L->n], 1), panels.task_count, cross);
     return true;
 }
 
