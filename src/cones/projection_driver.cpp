@@ -55,9 +55,12 @@ void projectPowerBlock(double* v, double a) {
 constexpr int kMaxTasks = 64;
 
 // Runs body(begin, end) over [0, count) in equal runs of triples, on the solve's threads.
+// A triple that needs the search costs a microsecond or more, so a few dozen are worth a
+// hand-over; runs are a few per thread, so that one run of slow triples does not hold the
+// others up.
 template <class Body>
 void forEachRun(int count, Body&& body) {
-    const int tasks = taskCountFor(count, 256, threadCount());
+    const int tasks = taskCountFor(count, 32, 4 * threadCount());
     if (tasks <= 1) {
         body(0, count);
         return;

@@ -94,12 +94,13 @@ private:
         inside_task = false;
     }
 
-    // Runs of a solve follow each other within microseconds: a worker and the caller
-    // first poll for a while (about 50 us) and only then sleep, so that a hand-over costs
-    // no system call while the runs come thick and fast.
+    // Runs of a solve follow each other within microseconds to a few hundred: a worker
+    // and the caller first poll for a while (some 0.4 ms) and only then sleep, so that a
+    // hand-over costs no system call while an iteration runs. Waking a sleeping worker
+    // costs tens of microseconds on a virtual machine, more than a run of cone blocks.
     template <class Ready>
     static bool spinUntil(Ready ready) {
-        for (int k = 0; k < 2500; ++k) {  // a pause takes some 20 ns
+        for (int k = 0; k < 20000; ++k) {  // a pause takes some 20 ns
             if (ready()) return true;
 #if defined(__x86_64__) || defined(__i386__)
             __builtin_ia32_pause();
