@@ -120,7 +120,9 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
 
     // pr = A x + s; P = |pr|, P_res = |pr - tau b|, both weighted by D / fb. The passes
     // run in fixed blocks side by side, each sum the blocks' sums in order (FixedBlocks).
+    // The blocks capture by value (see forEachBlock).
     double sums[FixedBlocks::kMostBlocks][2];
+    double (*partial)[2] = sums;
     auto combined = [&](const FixedBlocks& blocks, int which) {
         double total = sums[0][which];
         for (int b = 1; b < blocks.count; ++b) total += sums[b][which];
@@ -128,7 +130,7 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
     };
     productA(&work->lin_sys->rows_of_A, x, pr);
     const FixedBlocks rows(m);
-    forEachBlock(rows, [&](int lo, int hi, int block) {
+    forEachBlock(rows, [=](int lo, int hi, int block) {
         double P = 0.0, P_res = 0.0;
         for (int i = lo; i < hi; ++i) {
             if (update_dual) {
@@ -141,15 +143,15 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
             const double e = pr[i] - tau * b[i];
             P_res += w * w * e * e;
         }
-        sums[block][0] = P;
-        sums[block][1] = P_res;
+        partial[block][0] = P;
+        partial[block][1] = P_res;
     });
     const double P = combined(rows, 0), P_res = combined(rows, 1);
 
     // dr = A'y; Q = |dr|, Q_res = |dr + tau c|, both weighted by E / fc.
     productAt(work->A, y, dr);
     const FixedBlocks cols(n);
-    forEachBlock(cols, [&](int lo, int hi, int block) {
+    forEachBlock(cols, [=](int lo, int hi, int block) {
         double Q = 0.0, Q_res = 0.0;
         for (int j = lo; j < hi; ++j) {
             const double w = units.col(j) / units.fc;
@@ -157,8 +159,8 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
             const double e = dr[j] + tau * c[j];
             Q_res += w * w * e * e;
         }
-        sums[block][0] = Q;
-        sums[block][1] = Q_res;
+        partial[block][0] = Q;
+        partial[block][1] = Q_res;
     });
     const double Q = combined(cols, 0), Q_res = combined(cols, 1);
 

@@ -20,10 +20,12 @@ int projectCones(Work* work, const Cone* cone) {
     const double* u_t = work->u_t.get();
     const double* u_prev = work->u_prev.get();
     const double* v = work->v.get();
-    // The x block has no relaxation; the rest is relaxed by alpha. Fixed blocks side by side.
-    forEachBlock(FixedBlocks(l), [&](int lo, int hi, int) {
-        for (int i = lo; i < hi && i < n; ++i) u[i] = u_t[i] - v[i];
-        for (int i = lo > n ? lo : n; i < hi; ++i) u[i] = a * u_t[i] + (1 - a) * u_prev[i] - v[i];
+    // The x block has no relaxation; the rest is relaxed by alpha. Fixed blocks side by
+    // side, capturing by value (see forEachBlock).
+    forEachBlock(FixedBlocks(l), [=](int lo, int hi, int) {
+        const int mid = std::clamp(n, lo, hi);
+        for (int i = lo; i < mid; ++i) u[i] = u_t[i] - v[i];
+        for (int i = mid; i < hi; ++i) u[i] = a * u_t[i] + (1 - a) * u_prev[i] - v[i];
     });
     const int result = projectToDualCone(u + n, cone, work->cone_work);
     if (u[l - 1] < 0.0) u[l - 1] = 0.0;

@@ -139,12 +139,14 @@ int projectFrom(double* t, Work* work, Load&& load) {
     const double* g = work->g.get();
     const int* P = lin_sys->perm.get();
     double* x = lin_sys->rhs_work.get();
-    // The three passes run in fixed blocks side by side (see FixedBlocks).
+    // The three passes run in fixed blocks side by side (see FixedBlocks); the blocks
+    // capture by value (see forEachBlock).
     const FixedBlocks blocks(N);
     double sums[FixedBlocks::kMostBlocks][2];
+    double (*partial)[2] = sums;
 
     const double last = load(N);
-    forEachBlock(blocks, [&](int lo, int hi, int b) {
+    forEachBlock(blocks, [=](int lo, int hi, int b) {
         double s0 = 0.0, s1 = 0.0;
         int k = lo;
         for (; k + 2 <= hi; k += 2) {
@@ -157,14 +159,14 @@ int projectFrom(double* t, Work* work, Load&& load) {
             t[k] = load(k) - last * h[k];
             s0 += t[k] * g[k];
         }
-        sums[b][0] = s0;
-        sums[b][1] = s1;
+        partial[b][0] = s0;
+        partial[b][1] = s1;
     });
     t[N] = last;
     // h in the solve's order is read in sequence; only t goes through the permutation.
     const double* hP = lin_sys->h_perm.get();
     const double shift = combineSums(sums, blocks.count) / (work->g_dot_h + 1.0);
-    forEachBlock(blocks, [&](int lo, int hi, int) {
+    forEachBlock(blocks, [=](int lo, int hi, int) {
         for (int k = lo; k < hi; ++k) {
             const int at = P[k];
             const double corrected = t[at] - shift * hP[k];  // t -= (t'g / (g'h + 1)) h
@@ -175,7 +177,7 @@ int projectFrom(double* t, Work* work, Load&& load) {
         }
     });
     solvePanels(lin_sys->panels, lin_sys->L, lin_sys->diag.get(), x);  // initPriv made the panels
-    forEachBlock(blocks, [&](int lo, int hi, int b) {
+    forEachBlock(blocks, [=](int lo, int hi, int b) {
         double d0 = 0.0, d1 = 0.0;
         int k = lo;
         for (; k + 2 <= hi; k += 2) {
@@ -188,8 +190,8 @@ int projectFrom(double* t, Work* work, Load&& load) {
             t[P[k]] = x[k];
             d0 += x[k] * hP[k];
         }
-        sums[b][0] = d0;
-        sums[b][1] = d1;
+        partial[b][0] = d0;
+        partial[b][1] = d1;
     });
     t[N] += combineSums(sums, blocks.count);
     lin_sys->solve_time_ms += readTimer(&timer);
@@ -303,14 +305,14 @@ int projectLinSys(Work* work, int /*iteration*/) {
     const double rho_x = work->settings->rho_x;
     const int n = work->n;
     // t = u + v, its x block times rho_x
-    return projectFrom(work->u_t.get(), work, [&](int k) { return k < n ? (u[k] + v[k]) * rho_x : u[k] + v[k]; });
+    return projectFrom(work->u_t.get(), work, [=](int k) { return k < n ? (u[k] + v[k]) * rho_x : u[k] + v[k]; });
 }
 
 int projectLinSysv2(double* target, const double* source, Work* work, int /*iteration*/) {
     const double rho_x = work->settings->rho_x;
     const int n = work->n;
     // t = source, its x block times rho_x; each entry is read before it is written
-    return projectFrom(target, work, [&](int k) { return k < n ? rho_x * source[k] : source[k]; });
+    return projectFrom(target, work, [=](int k) { return k < n ? rho_x * source[k] : source[k]; });
 }
 
 char* linSysMethodText(const SparseMatrix* A) {

@@ -65,10 +65,17 @@ struct FixedBlocks {
     int hi(int b) const { return b + 1 == count ? total : (b + 1) * size; }
 };
 
-// f(lo, hi, b) for every block b of blocks, side by side.
+// f(lo, hi, b) for every block b of blocks, side by side. Each block calls a copy of f of
+// its own: with a callable that captures by value, the copy's captures live in registers,
+// where the block's stores through pointers cannot alias them (a callable reached through
+// the pool's pointer is read from memory, and every store to a double could change a
+// captured double, so the loop would reload it and not vectorise).
 template <class F>
-void forEachBlock(const FixedBlocks& blocks, F&& f) {
-    forEachTask(blocks.count, [&](int b) { f(blocks.lo(b), blocks.hi(b), b); });
+void forEachBlock(const FixedBlocks& blocks, const F& f) {
+    forEachTask(blocks.count, [&](int b) {
+        F local = f;
+        local(blocks.lo(b), blocks.hi(b), b);
+    });
 }
 
 }  // namespace korvex
