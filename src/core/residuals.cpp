@@ -164,8 +164,16 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
     });
     const double Q = combined(cols, 0), Q_res = combined(cols, 1);
 
-    r->b_dot_y = dotProduct(y, b, m) / units.fbc;
-    r->c_dot_x = dotProduct(x, c, n) / units.fbc;
+    // The two inner products side by side, each one whole kernel call.
+    double dots[2];
+    if (m + n < FixedBlocks::kLeastBlock) {
+        dots[0] = dotProduct(y, b, m);
+        dots[1] = dotProduct(x, c, n);
+    } else {
+        forEachTask(2, [&](int k) { dots[k] = k == 0 ? dotProduct(y, b, m) : dotProduct(x, c, n); });
+    }
+    r->b_dot_y = dots[0] / units.fbc;
+    r->c_dot_x = dots[1] / units.fbc;
     r->res_infeas = r->b_dot_y < 0 ? -(work->b_norm * Q / r->b_dot_y) : kNaN;
     r->res_unbdd = r->c_dot_x < 0 ? -(work->c_norm * P / r->c_dot_x) : kNaN;
     r->res_pri = P_res / (work->b_norm + 1.0) / tau;

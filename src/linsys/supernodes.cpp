@@ -43,20 +43,47 @@ constexpr int kBlasWidth = 8;
 // more than the indices it saves.
 constexpr int kPanelWidth = 4;
 
+// A rectangle below a panel of at least kSplitRectangle entries is multiplied in pieces
+// side by side: rows of at least kLeastPiece (forward) or columns (backward), at most
+// kMostPieces of them, fixed by the panel's shape alone.
+constexpr std::int64_t kSplitRectangle = 1 << 15;
+constexpr int kLeastPiece = 32;
+constexpr int kMostPieces = 8;
+
+int piecesFor(int r, int w, int along) {
+    if (static_cast<std::int64_t>(r) * w < kSplitRectangle) return 1;
+    const int pieces = along / kLeastPiece;
+    return pieces < 1 ? 1 : pieces > kMostPieces ? kMostPieces : pieces;
+}
+
 // Forward step of a wide panel of leading dimension ld: xs = T^-1 xs, tmp = B xs (T the
-// unit triangle, B the first r rows below).
+// unit triangle, B the first r rows below), B in pieces of rows.
 void forwardWide(const double* panel, int w, int r, int ld, double* xs, double* tmp) {
     const int one = 1;
     const double unit = 1.0, zero = 0.0;
     dtrsv_("L", "N", "U", &w, panel, &ld, xs, &one, 1, 1, 1);
-    if (r > 0) dgemv_("N", &r, &w, &unit, panel + w, &ld, xs, &one, &zero, tmp, &one, 1);
+    if (r <= 0) return;
+    const int pieces = piecesFor(r, w, r);
+    forEachTask(pieces, [&](int k) {
+        const int lo = static_cast<int>(static_cast<std::int64_t>(r) * k / pieces);
+        const int rows = static_cast<int>(static_cast<std::int64_t>(r) * (k + 1) / pieces) - lo;
+        dgemv_("N", &rows, &w, &unit, panel + w + lo, &ld, xs, &one, &zero, tmp + lo, &one, 1);
+    });
 }
 
-// Backward step of a wide panel: xs = T'^-1 (xs - B' tmp).
+// Backward step of a wide panel: xs = T'^-1 (xs - B' tmp), B' tmp in pieces of columns.
 void backwardWide(const double* panel, int w, int r, double* xs, const double* tmp) {
     const int ld = w + r, one = 1;
     const double minus = -1.0, unit = 1.0;
-    if (r > 0) dgemv_("T", &r, &w, &minus, panel + w, &ld, tmp, &one, &unit, xs, &one, 1);
+    if (r > 0) {
+        const int pieces = piecesFor(r, w, w);
+        forEachTask(pieces, [&](int k) {
+            const int lo = static_cast<int>(static_cast<std::int64_t>(w) * k / pieces);
+            const int columns = static_cast<int>(static_cast<std::int64_t>(w) * (k + 1) / pieces) - lo;
+            dgemv_("T", &r, &columns, &minus, panel + w + static_cast<std::int64_t>(lo) * ld, &ld, tmp, &one, &unit,
+                   xs + lo, &one, 1);
+        });
+    }
     dtrsv_("L", "T", "U", &w, panel, &ld, xs, &one, 1, 1, 1);
 }
 
