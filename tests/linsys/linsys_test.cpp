@@ -17,6 +17,7 @@ extern "C" {
 
 #include "core/solver.h"
 #include "linsys/linsys.h"
+#include "reporting/threads.h"
 #include "reporting/timing.h"
 #include "support/reference_solve.h"
 #include "support/capture.h"
@@ -279,6 +280,67 @@ TEST(ProjectionSolve, FactorsMatchLdlAndEveryStepSolvesMPlusQ) {
                 EXPECT_LE(relativeDistance(Aty, Aty_ref), 1e-15);
             }
         }
+    }
+}
+
+// The differences of a side x side grid: a row per pair of neighbouring pixels, +1 and -1.
+TestMatrix gridDifferences(int side) {
+    Columns columns(side * side);
+    int row = 0;
+    for (int a = 0; a < side; ++a) {
+        for (int b = 0; b < side; ++b) {
+            const int pixel = a * side + b;
+            for (int neighbour : {b + 1 < side ? pixel + 1 : -1, a + 1 < side ? pixel + side : -1}) {
+                if (neighbour < 0) continue;
+                columns[pixel].emplace_back(row, 1.0);
+                columns[neighbour].emplace_back(row++, -1.0);
+            }
+        }
+    }
+    return TestMatrix(row, columns);
+}
+
+// n columns, each with a row of its own and ten of 40 rows that all share: eliminated
+// first, the columns and their own rows are many small subtrees hanging off a spine, the
+// shared rows, and most of their entries cross to it.
+TestMatrix sharedRows(int n, std::uint32_t seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> value(-1.0, 1.0);
+    Columns columns(n);
+    for (int j = 0; j < n; ++j) {
+        columns[j].emplace_back(j, value(random));
+        for (int k = 0; k < 10; ++k) columns[j].emplace_back(n + int(random() % 40), value(random));
+    }
+    return TestMatrix(n + 40, columns);
+}
+
+// Factors large enough to be split among threads, of the two shapes that split: a spine
+// with many small subtrees off it (sharedRows) and a grid's differences (subtrees whose
+// columns interleave). The split solve agrees with the column-by-column transcription, and
+// 1, 2 and 3 threads give its bits.
+TEST(ProjectionSolve, SplitFactorsAgreeWithTheColumnSolveOnAnyThreadCount) {
+    for (int shape : {0, 1}) {
+        SCOPED_TRACE(shape == 0 ? "shared rows" : "grid differences");
+        TestMatrix A = shape == 0 ? sharedRows(4000, 91) : gridDifferences(60);
+        const int m = A.m, n = A.n;
+        WorkFixture f(std::move(A), randomVector(m, 92), randomVector(n, 93), testSettings(1e-3, 1, 0));
+        ASSERT_NE(f.work, nullptr);
+        const LinSysWork* lin_sys = f.work->lin_sys;
+        const Supernodes& panels = lin_sys->panels;
+        EXPECT_GE(panels.task_count, 2);
+        EXPECT_GT(panels.cross_row_count, 0);
+        const V z = randomVector(m + n, 94), expected = referenceSolve(lin_sys, z);
+        std::vector<V> solved;
+        for (int threads : {1, 2, 3}) {
+            setThreadCount(threads);
+            V x = z;
+            solveWithFactors(f.work->A, f.work->settings, f.work->lin_sys, x.data(), nullptr, 0);
+            EXPECT_LE(relativeDistance(x, expected), 1e-12);
+            solved.push_back(x);
+        }
+        setThreadCount(0);
+        EXPECT_EQ(std::memcmp(solved[0].data(), solved[1].data(), sizeof(double) * (m + n)), 0);
+        EXPECT_EQ(std::memcmp(solved[0].data(), solved[2].data(), sizeof(double) * (m + n)), 0);
     }
 }
 
