@@ -13,7 +13,9 @@
 //
 // The order of the additions differs from a column-by-column solve, so the results agree
 // with it to rounding, not bit for bit; every solve is the same sequence of operations
-// for the same factor and right-hand side, whatever else runs.
+// for the same factor and right-hand side, whatever else runs and on however many
+// threads: its tasks (subtrees.cpp) and the pieces of a wide panel's rectangle are fixed
+// by the factor alone.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
