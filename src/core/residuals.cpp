@@ -120,13 +120,11 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
 
     // pr = A x + s; P = |pr|, P_res = |pr - tau b|, both weighted by D / fb. The passes
     // run in fixed blocks side by side, each sum the blocks' sums in order (FixedBlocks).
-    // The blocks capture by value (see forEachBlock).
+    // The blocks capture by value (see forEachBlock) and write their sums through partial.
     double sums[FixedBlocks::kMostBlocks][2];
     double (*partial)[2] = sums;
     auto combined = [&](const FixedBlocks& blocks, int which) {
-        double total = sums[0][which];
-        for (int b = 1; b < blocks.count; ++b) total += sums[b][which];
-        return std::sqrt(total);
+        return std::sqrt(sumOverBlocks(blocks, [&](int b) { return sums[b][which]; }));
     };
     productA(&work->lin_sys->rows_of_A, x, pr);
     const FixedBlocks rows(m);
@@ -166,7 +164,7 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
 
     // The two inner products side by side, each one whole kernel call.
     double dots[2];
-    if (m + n < FixedBlocks::kLeastBlock) {
+    if (FixedBlocks(m + n).count == 1) {  // too short to hand one over
         dots[0] = dotProduct(y, b, m);
         dots[1] = dotProduct(x, c, n);
     } else {

@@ -114,13 +114,6 @@ void coldStart(Work* work) {
     }
 }
 
-// sums[0][0] + sums[0][1] of block 0, plus those of the blocks after it in order.
-double combineSums(const double (*sums)[2], int count) {
-    double total = sums[0][0] + sums[0][1];
-    for (int b = 1; b < count; ++b) total += sums[b][0] + sums[b][1];
-    return total;
-}
-
 // What both projection steps share, on t = M w (the weight is part of the system and is
 // not undone): correct the first l - 1 entries by h, solve with K, recover the last. The
 // passes are fused: loading t (load(k) gives t[k] = M w at k) with the correction by
@@ -141,9 +134,12 @@ int projectFrom(double* t, Work* work, Load&& load) {
     double* x = lin_sys->rhs_work.get();
     // The three passes run in fixed blocks side by side (see FixedBlocks); the blocks
     // capture by value (see forEachBlock).
+    // Each block leaves its two running sums in partial[b], through a pointer: a capture
+    // by value of the array itself would be a copy.
     const FixedBlocks blocks(N);
     double sums[FixedBlocks::kMostBlocks][2];
     double (*partial)[2] = sums;
+    auto blockSum = [&](int b) { return sums[b][0] + sums[b][1]; };
 
     const double last = load(N);
     forEachBlock(blocks, [=](int lo, int hi, int b) {
@@ -165,7 +161,7 @@ int projectFrom(double* t, Work* work, Load&& load) {
     t[N] = last;
     // h in the solve's order is read in sequence; only t goes through the permutation.
     const double* hP = lin_sys->h_perm.get();
-    const double shift = combineSums(sums, blocks.count) / (work->g_dot_h + 1.0);
+    const double shift = sumOverBlocks(blocks, blockSum) / (work->g_dot_h + 1.0);
     forEachBlock(blocks, [=](int lo, int hi, int) {
         for (int k = lo; k < hi; ++k) {
             const int at = P[k];
@@ -193,7 +189,7 @@ int projectFrom(double* t, Work* work, Load&& load) {
         partial[b][0] = d0;
         partial[b][1] = d1;
     });
-    t[N] += combineSums(sums, blocks.count);
+    t[N] += sumOverBlocks(blocks, blockSum);
     lin_sys->solve_time_ms += readTimer(&timer);
     ++lin_sys->solve_count;
     return 0;

@@ -58,6 +58,11 @@ int piecesFor(int r, int w, int along) {
     return pieces < 1 ? 1 : pieces > kMostPieces ? kMostPieces : pieces;
 }
 
+// Where piece k of `along` rows or columns in `pieces` starts; piece k ends where k + 1 starts.
+int pieceStart(int along, int pieces, int k) {
+    return static_cast<int>(static_cast<std::int64_t>(along) * k / pieces);
+}
+
 // Forward step of a wide panel of leading dimension ld: xs = T^-1 xs, tmp = B xs (T the
 // unit triangle, B the first r rows below), B in pieces of rows.
 void forwardWide(const double* panel, int w, int r, int ld, double* xs, double* tmp) {
@@ -67,8 +72,7 @@ void forwardWide(const double* panel, int w, int r, int ld, double* xs, double* 
     if (r <= 0) return;
     const int pieces = piecesFor(r, w, r);
     forEachTask(pieces, [&](int k) {
-        const int lo = static_cast<int>(static_cast<std::int64_t>(r) * k / pieces);
-        const int rows = static_cast<int>(static_cast<std::int64_t>(r) * (k + 1) / pieces) - lo;
+        const int lo = pieceStart(r, pieces, k), rows = pieceStart(r, pieces, k + 1) - lo;
         dgemv_("N", &rows, &w, &unit, panel + w + lo, &ld, xs, &one, &zero, tmp + lo, &one, 1);
     });
 }
@@ -80,8 +84,7 @@ void backwardWide(const double* panel, int w, int r, double* xs, const double* t
     if (r > 0) {
         const int pieces = piecesFor(r, w, w);
         forEachTask(pieces, [&](int k) {
-            const int lo = static_cast<int>(static_cast<std::int64_t>(w) * k / pieces);
-            const int columns = static_cast<int>(static_cast<std::int64_t>(w) * (k + 1) / pieces) - lo;
+            const int lo = pieceStart(w, pieces, k), columns = pieceStart(w, pieces, k + 1) - lo;
             dgemv_("T", &r, &columns, &minus, panel + w + static_cast<std::int64_t>(lo) * ld, &ld, tmp, &one, &unit,
                    xs + lo, &one, 1);
         });

@@ -65,6 +65,15 @@ struct FixedBlocks {
     int hi(int b) const { return b + 1 == count ? total : (b + 1) * size; }
 };
 
+// term(0) + term(1) + ... + term(blocks.count - 1), added in block order from term(0): a
+// sum over a pass from its blocks' sums.
+template <class Term>
+double sumOverBlocks(const FixedBlocks& blocks, Term term) {
+    double total = term(0);
+    for (int b = 1; b < blocks.count; ++b) total += term(b);
+    return total;
+}
+
 // f(lo, hi, b) for every block b of blocks, side by side. Each block calls a copy of f of
 // its own: with a callable that captures by value, the copy's captures live in registers,
 // where the block's stores through pointers cannot alias them (a callable reached through
