@@ -28,6 +28,10 @@ void dstemr_(const char* jobz, const char* range, const int* n, double* d, doubl
              const int* nzc, int* isuppz, int* tryrac, double* work, const int* lwork, int* iwork, const int* liwork,
              int* info, std::size_t jobz_len, std::size_t range_len);
 
+// Eigenvectors of a tridiagonal for given eigenvalues, by inverse iteration.
+void dstein_(const int* n, const double* d, const double* e, const int* m, const double* w, const int* iblock,
+             const int* isplit, double* z, const int* ldz, double* work, int* iwork, int* ifail, int* info);
+
 void dstedc_(const char* compz, const int* n, double* d, double* e, double* z, const int* ldz, double* work,
              const int* lwork, int* iwork, const int* liwork, int* info, std::size_t compz_len);
 

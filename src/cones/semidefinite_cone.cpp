@@ -5,14 +5,17 @@
 // From side 3 on, the lower triangle of sqrt(2) M is reduced to a tridiagonal T = Q' A Q
 // (dsytrd, half of its work in level-3 updates). Sylvester's law of inertia on T - sigma I
 // (the signs of its LDL' pivots, O(n)) counts the eigenvalues above and below 0; only the
-// smaller side is computed, by MRRR on T for a value interval (dstemr: O(n) per pair, where
-// dsyevr over an interval falls back to bisection and inverse iteration), its vectors are
-// taken back by Q (dormtr, level 3), scaled by the square roots of |e|, and the result is one
-// rank-k update (dsyrk): onto 0 for the positive side, onto M for the negative one. The cost
-// is thus the reduction plus O(n^2 min(k, n - k)), never more than a full decomposition.
-// Eigenvalues within n eps |sqrt(2) M|_F of 0 are zero at the accuracy of the reduction and
-// are left out of both counts and both intervals. Should dstemr report a failure of its own,
-// the positive eigenpairs come from dsyevr instead.
+// smaller side is computed. Up to one pair in eight: its eigenvalues by bisection on those
+// counts, every interval halved in the same pass over T, and its vectors by inverse
+// iteration (dstein); MRRR (dstemr), which bisects one eigenvalue at a time, cost as much
+// as the reduction itself for a few pairs. Beyond that share, all of T's pairs by divide
+// and conquer. The vectors are taken back by Q (dormtr, level 3), scaled by the square
+// roots of |e|, and the result is one rank-k update (dsyrk): onto 0 for the positive side,
+// onto M for the negative one. The cost is thus the reduction plus O(n^2 min(k, n - k)),
+// never more than a full decomposition. Eigenvalues within n eps |sqrt(2) M|_F of 0 are
+// zero at the accuracy of the reduction and are left out of both counts and both intervals.
+// Should inverse iteration not converge, MRRR serves the interval; should a tridiagonal
+// eigensolver report a failure of its own, the positive eigenpairs come from dsyevr.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -75,8 +78,11 @@ void unpackScaled(const double* x, int n, double* A) {
 // The number of eigenvalues of the tridiagonal (d, e) below sigma: the negative pivots of
 // T - sigma I = L D L', with pivots smaller than pivot_floor taken as -pivot_floor.
 // Beyond one pair in kWholeSpectrumShare of the side, all eigenpairs of the tridiagonal by
-// divide and conquer cost less than the wanted ones by MRRR.
+// divide and conquer cost less than the wanted ones one by one.
 constexpr int kWholeSpectrumShare = 8;
+
+// Intervals bisected side by side in one pass over the rows.
+constexpr int kBisectLanes = 16;
 
 int countBelow(const double* d, const double* e, int n, double sigma, double pivot_floor) {
     int count = 0;
@@ -87,6 +93,57 @@ int countBelow(const double* d, const double* e, int n, double sigma, double piv
         if (++i == n) return count;
         pivot = d[i] - sigma - e[i - 1] * e[i - 1] / pivot;
     }
+}
+
+// The eigenvalues first .. first + count - 1 (from 0, in increasing order) of the
+// tridiagonal (d, e) into values, by bisection on countBelow's counts, every interval at
+// once: each step halves all of them in one pass over the rows, the intervals' sums side by
+// side in the inner loop, where they vectorise. lo and hi bracket the wanted eigenvalues
+// (countBelow(lo) <= first, countBelow(hi) >= first + count); each value ends within
+// accuracy of its eigenvalue. scratch holds 3 count entries.
+void bisectEigenvalues(const double* d, const double* e, int n, int first, int count, double lo, double hi,
+                       double accuracy, double pivot_floor, double* values, double* scratch) {
+    double* below = scratch;              // per interval: its lower end
+    double* above = scratch + count;      // its upper end
+    double* pivot = scratch + 2 * count;  // the running pivot of its count
+    for (int k = 0; k < count; ++k) {
+        below[k] = lo;
+        above[k] = hi;
+    }
+    // Halving hi - lo down to accuracy; the intervals all start equal, so one number of steps.
+    int steps = 0;
+    for (double width = hi - lo; width > accuracy && steps < 2100; width /= 2) ++steps;
+    int counts[kBisectLanes];
+    for (int step = 0; step < steps; ++step) {
+        for (int at = 0; at < count; at += kBisectLanes) {
+            const int lanes = count - at < kBisectLanes ? count - at : kBisectLanes;
+            double* a = below + at;
+            double* b = above + at;
+            double* q = pivot + at;
+            for (int k = 0; k < lanes; ++k) {
+                q[k] = d[0] - (a[k] + b[k]) / 2;
+                counts[k] = 0;
+            }
+            for (int i = 0;;) {
+                for (int k = 0; k < lanes; ++k) {
+                    if (std::fabs(q[k]) < pivot_floor) q[k] = -pivot_floor;
+                    counts[k] += q[k] < 0.0;
+                }
+                if (++i == n) break;
+                const double di = d[i], ei = e[i - 1] * e[i - 1];
+                for (int k = 0; k < lanes; ++k) q[k] = di - (a[k] + b[k]) / 2 - ei / q[k];
+            }
+            for (int k = 0; k < lanes; ++k) {
+                const double mid = (a[k] + b[k]) / 2;
+                if (counts[k] > first + at + k) {
+                    b[k] = mid;
+                } else {
+                    a[k] = mid;
+                }
+            }
+        }
+    }
+    for (int k = 0; k < count; ++k) values[k] = (below[k] + above[k]) / 2;
 }
 
 // The positive eigenpairs of sqrt(2) M in (0, vu] from dsyevr, into sd_values and
@@ -164,12 +221,25 @@ int projectSemidefiniteBlock(double* x, int n, ConeWork* coneWork) {
     double* pair_values = values;
     double* pair_vectors = Z;
     if (wanted > 0 && wanted * kWholeSpectrumShare <= n) {
-        // Few pairs: MRRR for the interval of the wanted side alone.
+        // Few pairs: their eigenvalues by bisection, their vectors by inverse iteration
+        // (dstein, which orthogonalises the vectors of close eigenvalues); should it fail to
+        // converge on any of them, MRRR for the interval of the wanted side.
         const double vl = by_negative ? -vu : negligible;
         const double vh = by_negative ? -negligible : vu;
-        int tryrac = 1;
-        dstemr_("V", "V", &n, d, e, &vl, &vh, nullptr, nullptr, &found, values, Z, &n, &n, support, &tryrac, work,
-                &lwork, iwork, &liwork, &info, 1, 1);
+        const double accuracy = std::numeric_limits<double>::epsilon() * (vu / 1.1);
+        bisectEigenvalues(d, e, n, by_negative ? 0 : n - wanted, wanted, vl, vh, accuracy, pivot_floor, values, work);
+        int* block = iwork;  // one block, the whole tridiagonal
+        int* split = block + wanted;
+        int* failed = split + 1;
+        for (int k = 0; k < wanted; ++k) block[k] = 1;
+        split[0] = n;
+        dstein_(&n, d, e, &wanted, values, block, split, Z, &n, work, failed + wanted, failed, &info);
+        found = wanted;
+        if (info != 0) {
+            int tryrac = 1;
+            dstemr_("V", "V", &n, d, e, &vl, &vh, nullptr, nullptr, &found, values, Z, &n, &n, support, &tryrac, work,
+                    &lwork, iwork, &liwork, &info, 1, 1);
+        }
     } else if (wanted > 0) {
         // Many pairs: all of T's by divide and conquer (mostly matrix products), in ascending
         // order, so that the wanted side is the run at one end.

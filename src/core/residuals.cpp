@@ -49,15 +49,16 @@ void fillNaN(double* v, int count) {
 }
 
 // What one block of the Marlet residuals needs from one pass over v (A x or A'y):
-// v = v + add (when given) with its norm `before`, then v = v + data scale with its norm
-// `after`, the inner product of `other` with data, and the norm of data itself. With a
+// e = v + add (when given) with its norm `before`, then e + data scale with its norm
+// `after`, the inner product of `other` with data, and the norm of data itself. v is
+// scratch that nothing reads afterwards, so e is not stored. With a
 // weight the norms are plain running sums of (w v)^2 in index order; without, they are
 // normTwo's; the inner product is dotProduct's.
 struct PassSums {
     double before, after, dot, data;
 };
 
-PassSums residualPass(double* v, const double* add, const double* data, const double* other, double scale,
+PassSums residualPass(const double* v, const double* add, const double* data, const double* other, double scale,
                       const double* weight, int count) {
     double sums[4];
     double before = 0.0, after = 0.0, norm_data = 0.0;
@@ -71,7 +72,6 @@ PassSums residualPass(double* v, const double* add, const double* data, const do
             after += w * w;
             const double d = weight[k] * data[k];
             norm_data += d * d;
-            v[k] = e;
             term[0] = other[k] * data[k];
         });
         return {std::sqrt(before), std::sqrt(after), sums[0], std::sqrt(norm_data)};
@@ -83,7 +83,6 @@ PassSums residualPass(double* v, const double* add, const double* data, const do
         term[1] = e * e;
         term[2] = other[k] * data[k];
         term[3] = data[k] * data[k];
-        v[k] = e;
     });
     return {std::sqrt(sums[0]), std::sqrt(sums[1]), sums[2], std::sqrt(sums[3])};
 }
@@ -118,8 +117,9 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
     r->tau = tau;
     r->kap = std::fabs(work->v[l - 1]) / units.fbc;
 
-    // pr = A x + s; P = |pr|, P_res = |pr - tau b|, both weighted by D / fb. The passes
-    // run in fixed blocks side by side, each sum the blocks' sums in order (FixedBlocks).
+    // pr = A x; P = |pr + s|, P_res = |pr + s - tau b|, both weighted by D / fb; pr + s
+    // stays in a register, as the scratch pr is not read again. The passes run in fixed
+    // blocks side by side, each sum the blocks' sums in order (FixedBlocks).
     // The blocks capture by value (see forEachBlock) and write their sums through partial.
     double sums[FixedBlocks::kMostBlocks][2];
     double (*partial)[2] = sums;
@@ -135,10 +135,10 @@ void standardResiduals(Work* work, Residuals* r, int iter, bool update_dual) {
                 const int k = n + i;
                 v[k] = v[k] + u[k] - alpha * u_t[k] - (1 - alpha) * u_prev[k];
             }
-            pr[i] += s[i];
+            const double p = pr[i] + s[i];
             const double w = units.row(i) / units.fb;
-            P += w * w * pr[i] * pr[i];
-            const double e = pr[i] - tau * b[i];
+            P += w * w * p * p;
+            const double e = p - tau * b[i];
             P_res += w * w * e * e;
         }
         partial[block][0] = P;

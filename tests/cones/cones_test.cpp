@@ -364,6 +364,69 @@ TEST(ReferenceRoutes, PowerAgreesWithThePlainNewton) {
     std::printf("power: %d triples, %d identical, all within 1e-7 (1 + |v|)\n", kReferenceTriples, identical);
 }
 
+// The eigenpairs of a symmetric matrix (column-major, n x n) by dsyevd: values ascending,
+// vectors over the matrix.
+V eigenpairs(V& matrix, int n) {
+    V values(n), work(2 * n * n + 6 * n + 1);
+    std::vector<int> iwork(5 * n + 3);
+    int lwork = int(work.size()), liwork = int(iwork.size()), info = 0;
+    dsyevd_("V", "L", &n, matrix.data(), &n, values.data(), work.data(), &lwork, iwork.data(), &liwork, &info, 1, 1);
+    EXPECT_EQ(info, 0);
+    return values;
+}
+
+// Blocks whose eigenvalues are mostly on one side, so that the few on the other come from
+// bisection and inverse iteration, agree with the full decomposition to rounding: a dense
+// basis, the unit basis (a diagonal matrix, a tridiagonal that splits everywhere) and a
+// block-diagonal one; the few spread, clustered within 1e-9 or all equal, the many spread
+// or within 1e-11 of 0; both signs; magnitudes 1e-3 to 1e3.
+TEST(Projection, SemidefiniteFewPairsAgreeWithTheFullDecomposition) {
+    std::mt19937_64 rng(5150);
+    for (int n : {9, 40, 161}) {
+        const ConeFixture block(0, 0, {}, {n}, 0, 0, {});
+        ConeWorkOwner work(initCone(&block.cone), freeConeWork);
+        for (int trial = 0; trial < 24; ++trial) {
+            V basis = normals(rng, n * n);  // orthonormal eigenvectors of a random symmetric matrix
+            for (int j = 0; j < n; ++j) {
+                for (int i = 0; i < j; ++i) basis[i + j * n] = basis[j + i * n];
+                for (int i = 0; i < n; ++i) basis[i + j * n] *= trial % 3 == 2 && (i < n / 2) != (j < n / 2) ? 0.0 : 1.0;
+            }
+            eigenpairs(basis, n);
+            if (trial % 3 == 1) std::fill(basis.begin(), basis.end(), 0.0);
+            for (int i = 0; trial % 3 == 1 && i < n; ++i) basis[i + i * n] = 1.0;
+            const int few = 1 + trial % std::max(1, n / 8);
+            const double sign = trial % 2 == 0 ? 1.0 : -1.0, scale = std::pow(10.0, trial % 7 - 3);
+            V spectrum(n), matrix(n * n, 0.0), packed;
+            for (int k = 0; k < n; ++k) {
+                const double one_side = trial % 4 == 0 ? 1.0 + 1e-9 * k : trial % 4 == 1 ? 2.0 : 0.1 + k;
+                const double other_side = trial % 5 == 0 ? 1e-11 * k : 0.5 + std::fabs(normals(rng, 1)[0]);
+                spectrum[k] = sign * scale * (k < few ? one_side : -other_side);
+            }
+            for (int k = 0; k < n; ++k) {
+                for (int j = 0; j < n; ++j) {
+                    for (int i = 0; i < n; ++i) matrix[i + j * n] += spectrum[k] * basis[i + k * n] * basis[j + k * n];
+                }
+            }
+            for (int j = 0; j < n; ++j) {
+                for (int i = j; i < n; ++i) packed.push_back(matrix[i + j * n] * (i == j ? 1.0 : std::sqrt(2.0)));
+            }
+            const double size = std::sqrt(dot(packed, packed));
+            ASSERT_EQ(projectSemidefiniteBlock(packed.data(), n, work.get()), 0);
+            const V values = eigenpairs(matrix, n);
+            for (int j = 0, q = 0; j < n; ++j) {
+                for (int i = j; i < n; ++i, ++q) {
+                    double expected = 0.0;
+                    for (int k = 0; k < n; ++k) {
+                        expected += std::max(values[k], 0.0) * matrix[i + k * n] * matrix[j + k * n];
+                    }
+                    expected *= i == j ? 1.0 : std::sqrt(2.0);
+                    ASSERT_NEAR(packed[q], expected, 1e-12 * size) << "side " << n << ", trial " << trial << ", row " << i;
+                }
+            }
+        }
+    }
+}
+
 TEST(Projection, EachBlockGoesToItsRoutineInRowOrderWithoutAllocatingAndAddsItsTime) {
     // One block of every kind at once gives, row for row, what records of one kind each give
     // on their slices; zero rows are neither read nor written.
