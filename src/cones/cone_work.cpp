@@ -37,9 +37,10 @@ ConeWork* initCone(const Cone* cone) {
     // Workspace queries: with lwork = liwork = -1 LAPACK only reports the optimal sizes, the
     // real ones in work_size and dsyevr's integer one straight into eig_iwork_len. The real
     // array holds the tridiagonal (d, e) and tau, 3N entries, ahead of the largest workspace
-    // of dsyevr, dsytrd, dormtr (on N columns), dstemr (18N) and dstedc (N^2 + 4N + 1); the
-    // integer array holds dstemr's support list, 2N entries, ahead of the largest of dsyevr's,
-    // dstemr's (10N) and dstedc's (5N + 3).
+    // of dsyevr, dsytrd, dormtr (on N columns), dstemr (18N; it covers the bisection's 3N and
+    // dstein's 5N) and dstedc (N^2 + 4N + 1); the integer array holds dstemr's support list,
+    // 2N entries, ahead of the largest of dsyevr's, dstemr's (10N), dstein's with its block
+    // lists (3N + 1) and dstedc's (5N + 3).
     const int lwork_query = -1;
     const int liwork_query = -1;
     const double abstol = 1e-8;

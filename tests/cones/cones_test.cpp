@@ -213,7 +213,8 @@ TEST(Projection, OptimalityConditionsOfEveryFamilyOnRandomInputs) {
     std::mt19937_64 rng(4302);
     // Blocks of every side share one workspace, the largest first: a smaller one uses its leading
     // part with leading dimension n. dsyevr finds each eigenvalue to the absolute tolerance 1e-8.
-    // Side 64 takes its wanted side by divide and conquer or by MRRR, as the spectrum's shift gives.
+    // Side 64 takes its wanted side by divide and conquer or by bisection and inverse iteration, as
+    // the spectrum's shift gives.
     const std::vector<int> sides = {64, 30, 10, 6, 5, 4, 3, 2, 1, 0}, packed = {2080, 465, 55, 21, 15, 10, 6, 3, 1, 0};
     const ConeFixture sd(0, 0, {}, sides, 0, 0, {});
     const Gap sd_gap = [&sides](const double* x, int b) { return semidefiniteGap(x, sides[b]); };
