@@ -10,6 +10,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 #include "linsys/linsys.h"
@@ -201,7 +202,9 @@ LinSysWork* initPriv(const SparseMatrix* A, const Settings* settings) {
     RecordOwner<LinSysWork> p(createRecord<LinSysWork>());
     if (!p || !p->perm.allocate(N)) return nullptr;
     p->L = newFactorRecord(N);
-    if (p->L == nullptr || !p->rhs_work.allocate(N) || !p->h_perm.allocate(N)) return nullptr;
+    if (p->L == nullptr || !p->rhs_work.allocate(N) || !p->h_perm.allocate(N) || !p->perm_inverse.allocate(N)) {
+        return nullptr;
+    }
 
     CsMatrix K(assembleSystemMatrix(A, settings));
     OwnedArray<double> report;  // AMD's statistics; nothing reads them
@@ -211,6 +214,7 @@ LinSysWork* initPriv(const SparseMatrix* A, const Settings* settings) {
 
     CsIntArray inverse(cs_pinv(p->perm.get(), N));  // inverse[perm[k]] = k
     if (!inverse) return nullptr;
+    if (N > 0) std::memcpy(p->perm_inverse.get(), inverse.get(), sizeof(int) * static_cast<std::size_t>(N));
     CsMatrix C(cs_symperm(K.get(), inverse.get(), 1));  // upper triangle of P K P'
     if (!C) return nullptr;
     if (factoriseSystem(C.get(), p.get()) != 0) return nullptr;

@@ -107,6 +107,7 @@ struct LinSysWork {
     OwnedArray<int> perm;         // N: perm[k] is the row and column of K eliminated k-th
     OwnedArray<double> rhs_work;  // N: scratch of solveWithFactors
     OwnedArray<double> h_perm;    // N: h of the projection step in the solve's order (startVectors)
+    OwnedArray<int> perm_inverse;  // N: perm_inverse[perm[k]] = k, where entry i goes in the solve's order
     Supernodes panels;            // L by supernodes, what solves read; made with L
     RowCopy rows_of_A;            // the A of the solve by rows, for products A x as gathers
     double solve_time_ms;         // milliseconds in solves since set-up or the last summary

@@ -10,9 +10,8 @@
 // K does not depend on b and c and one solve serves each step: with h = (c, b) and
 // g = K^-1 h (y block negated), the first l - 1 entries of t come from one solve with
 // the right-hand side corrected by h, and the last entry from h't.
-#include <bit>
+#include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 
 #include "records/work.h"
@@ -159,18 +158,16 @@ int projectFrom(double* t, Work* work, Load&& load) {
         partial[b][1] = s1;
     });
     t[N] = last;
-    // h in the solve's order is read in sequence; only t goes through the permutation.
+    // Into the solve's order by a scatter: t and h are read in sequence and each entry is
+    // written where the solve wants it (a write need not wait for its cache line, where a
+    // gather's read does), the y block negated.
     const double* hP = lin_sys->h_perm.get();
+    const int* to = lin_sys->perm_inverse.get();
     const double shift = sumOverBlocks(blocks, blockSum) / (work->g_dot_h + 1.0);
     forEachBlock(blocks, [=](int lo, int hi, int) {
-        for (int k = lo; k < hi; ++k) {
-            const int at = P[k];
-            const double corrected = t[at] - shift * hP[k];  // t -= (t'g / (g'h + 1)) h
-            // The y block negated. x and y entries alternate unpredictably in the solve's
-            // order, so the sign bit is flipped by a mask rather than behind a branch.
-            const std::uint64_t flip = static_cast<std::uint64_t>(at >= n) << 63;
-            x[k] = std::bit_cast<double>(std::bit_cast<std::uint64_t>(corrected) ^ flip);
-        }
+        const int mid = std::clamp(n, lo, hi);
+        for (int i = lo; i < mid; ++i) x[to[i]] = t[i] - shift * h[i];  // t -= (t'g / (g'h + 1)) h
+        for (int i = mid; i < hi; ++i) x[to[i]] = -(t[i] - shift * h[i]);
     });
     solvePanels(lin_sys->panels, lin_sys->L, lin_sys->diag.get(), x);  // initPriv made the panels
     forEachBlock(blocks, [=](int lo, int hi, int b) {
