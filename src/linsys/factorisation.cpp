@@ -3,14 +3,13 @@
 //
 // K is quasi-definite, so every elimination order succeeds in exact arithmetic and no
 // pivoting, regularisation or refinement is needed. The matrices made by CXSparse (the
-// triplet and compressed K, the permuted C, the inverse ordering) come from its
+// triplet and compressed K, the permuted C) come from its
 // allocator and go back to it; everything else, L included, comes from ours, so that the
 // allocation hook reaches every array of the factor.
 #include <amd.h>
 
 #include <climits>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 
 #include "linsys/linsys.h"
@@ -24,11 +23,7 @@ namespace {
 struct CsMatrixRelease {
     void operator()(cs* matrix) const noexcept { cs_spfree(matrix); }
 };
-struct CsArrayRelease {
-    void operator()(int* array) const noexcept { cs_free(array); }
-};
 using CsMatrix = std::unique_ptr<cs, CsMatrixRelease>;  // a record of CXSparse's allocator
-using CsIntArray = std::unique_ptr<int, CsArrayRelease>;
 
 void releaseFactorArrays(cs* L) {
     releaseMemory(L->p);
@@ -212,10 +207,9 @@ LinSysWork* initPriv(const SparseMatrix* A, const Settings* settings) {
     // default control parameters; AMD_OK_BUT_JUMBLED (duplicate entries) is fine
     if (amd_order(N, K->p, K->i, p->perm.get(), nullptr, report.get()) < 0) return nullptr;
 
-    CsIntArray inverse(cs_pinv(p->perm.get(), N));  // inverse[perm[k]] = k
-    if (!inverse) return nullptr;
-    if (N > 0) std::memcpy(p->perm_inverse.get(), inverse.get(), sizeof(int) * static_cast<std::size_t>(N));
-    CsMatrix C(cs_symperm(K.get(), inverse.get(), 1));  // upper triangle of P K P'
+    int* inverse = p->perm_inverse.get();
+    for (int k = 0; k < N; ++k) inverse[p->perm[k]] = k;
+    CsMatrix C(cs_symperm(K.get(), inverse, 1));  // upper triangle of P K P'
     if (!C) return nullptr;
     if (factoriseSystem(C.get(), p.get()) != 0) return nullptr;
     if (buildRowCopy(A, &p->rows_of_A) != 0) return nullptr;
