@@ -44,7 +44,8 @@ struct Scaling {
 // lower triangle of the run (entries on and above the diagonal unused), its bottom r rows
 // the rows below the run that all its columns share, listed once in rows. A solve then
 // loads an index per panel row instead of one per entry, and the arithmetic inside a
-// panel is dense. Columns outside every run are read from L itself.
+// panel is dense. Columns outside every run are read from L itself, except runs of columns
+// of at most one entry, which are read from a copy without column pointers.
 //
 // The columns also fall into segments, consecutive column ranges in order, each part of
 // one task or of none. A task is a union of whole subtrees of the elimination tree whose
@@ -58,7 +59,9 @@ struct Segment {
     int lo, hi;              // columns lo .. hi - 1
     int panel_lo, panel_hi;  // the supernodes inside, panel_lo .. panel_hi - 1
     int task;                // its task number, or -1 for a segment solved after the tasks forward
+    int run_lo, run_hi;      // the runs of short columns inside, run_lo .. run_hi - 1
 };
+
 
 struct Supernodes {
     int count;                                // number of supernodes
@@ -83,6 +86,16 @@ struct Supernodes {
     OwnedArray<int> cross_start;              // cross_row_count + 1
     OwnedArray<int> cross_column;             // the task column of each cross entry, increasing within a row
     OwnedArray<double> cross_value;           // its entry of L
+    // Runs of consecutive columns outside every panel, within one segment, each column with
+    // at most one entry and no cross entry: run k is the columns from run_first[k] on, whose
+    // entries are run_rows and run_values [run_start[k] .. run_start[k + 1]), one a column.
+    // A column without an entry holds a zero (-0.0) on its own row, which changes nothing in
+    // either pass, so a run is solved without a branch per column.
+    int run_count;
+    OwnedArray<int> run_first;                // run_count
+    OwnedArray<int> run_start;                // run_count + 1
+    OwnedArray<int> run_rows;
+    OwnedArray<double> run_values;
     int cross_block_count;                    // blocks of cross rows gathered side by side
     OwnedArray<int> cross_block;              // cross_block_count + 1: block b is rows cross_block[b] .. cross_block[b + 1] - 1
 };
@@ -95,6 +108,9 @@ struct RowCopy {
     OwnedArray<int> start;   // m + 1: row i holds entries start[i] .. start[i+1] - 1
     OwnedArray<int> column;  // column of each entry
     OwnedArray<double> value;
+    int single_count;               // runs of consecutive rows of one entry each (the rows of a
+    OwnedArray<int> single_first;   // cone over variables, say), taken without a loop per row:
+    OwnedArray<int> single_after;   // run k is rows single_first[k] .. single_after[k] - 1
 };
 
 // The factorisation P K P' = L D L' of one solve (perm gives P), and the scratch of a

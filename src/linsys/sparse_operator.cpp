@@ -9,6 +9,13 @@
 
 namespace korvex {
 
+namespace {
+
+// Runs of at least this many rows of one entry are taken without a loop per row.
+constexpr int kSingleRun = 8;
+
+}  // namespace
+
 void multiplyAddA(const SparseMatrix* A, const double* x, double* y) {
     const int* Ap = A->p;
     const int* Ai = A->i;
@@ -53,6 +60,24 @@ int buildRowCopy(const SparseMatrix* A, RowCopy* rows) {
     for (int i = m; i > 0; --i) start[i] = start[i - 1];
     start[0] = 0;
     rows->m = m;
+
+    // Runs of at least kSingleRun rows of one entry each, counted, then listed.
+    int runs = 0;
+    auto forEachRun = [&](auto&& visit) {
+        for (int i = 0; i < m;) {
+            int e = i;
+            while (e < m && start[e + 1] - start[e] == 1) ++e;
+            if (e - i >= kSingleRun) visit(i, e);
+            i = e > i ? e : i + 1;
+        }
+    };
+    forEachRun([&](int, int) { ++runs; });
+    if (!rows->single_first.allocate(runs > 0 ? runs : 1) || !rows->single_after.allocate(runs > 0 ? runs : 1)) return -1;
+    rows->single_count = 0;
+    forEachRun([&](int first, int after) {
+        rows->single_first[rows->single_count] = first;
+        rows->single_after[rows->single_count++] = after;
+    });
     return 0;
 }
 
@@ -80,8 +105,20 @@ void productA(const RowCopy* rows, const double* x, double* y) {
     const int* start = rows->start.get();
     const int* column = rows->column.get();
     const double* value = rows->value.get();
+    const int* single_first = rows->single_first.get();
+    const int* single_after = rows->single_after.get();
+    const int runs = rows->single_count;
     splitByEntries(start, rows->m, [&](int begin, int end) {
-        for (int i = begin; i < end; ++i) y[i] = gatherDot(value + start[i], column + start[i], x, start[i + 1] - start[i]);
+        int k = static_cast<int>(std::upper_bound(single_after, single_after + runs, begin) - single_after);
+        for (int i = begin; i < end;) {
+            const int next = k < runs && single_first[k] < end ? std::max(single_first[k], i) : end;
+            for (; i < next; ++i) y[i] = gatherDot(value + start[i], column + start[i], x, start[i + 1] - start[i]);
+            if (i == end) break;
+            // rows of one entry: row i's entry is at i + shift; 0.0 + gives the gather's zero sign
+            const int stop = std::min(single_after[k++], end);
+            const int shift = start[i] - i;
+            for (; i < stop; ++i) y[i] = 0.0 + value[i + shift] * x[column[i + shift]];
+        }
     });
 }
 

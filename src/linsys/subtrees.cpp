@@ -44,7 +44,7 @@ int splitNothing(const cs* L, Supernodes* sn) {
         !sn->scratch.allocate(sn->largest_below > 0 ? sn->largest_below : 1)) {
         return -1;
     }
-    sn->segments[0] = Segment{0, N, 0, sn->count, -1};
+    sn->segments[0] = Segment{0, N, 0, sn->count, -1, 0, 0};
     sn->segment_count = 1;
     sn->task_count = 0;
     sn->cross_row_count = 0;
@@ -140,7 +140,7 @@ int splitSubtrees(LinSysWork* p) {
         const int to = unit_last[u - 1] + 1;
         const int panel_lo = panel;
         while (panel < sn.count && sn.first[panel] < to) ++panel;
-        sn.segments[g++] = Segment{from, to, panel_lo, panel, task};
+        sn.segments[g++] = Segment{from, to, panel_lo, panel, task, 0, 0};
         if (task >= 0) ++sn.task_first[task + 1];
     }
     for (int k = 0; k < tasks; ++k) sn.task_first[k + 1] += sn.task_first[k];

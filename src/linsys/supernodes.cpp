@@ -9,7 +9,10 @@
 // value once and every index once per panel row, not once per entry. A column outside
 // every panel is read from L itself: a scatter forward, and backward one
 // gather with four running sums, so that its chain of additions is a quarter as long.
-// Runs of fewer than kPanelWidth columns are read as single columns too.
+// Runs of fewer than kPanelWidth columns are read as single columns too. Runs of columns
+// with at most one entry (leaves of the tree, such as the rows of variables in a cone) are
+// read from a copy with one row and one value a column and no column pointers: such
+// columns cost little arithmetic, so the bookkeeping of a column would dominate them.
 //
 // The order of the additions differs from a column-by-column solve, so the results agree
 // with it to rounding, not bit for bit; every solve is the same sequence of operations
@@ -44,6 +47,9 @@ constexpr int kBlasWidth = 8;
 // Runs narrower than this stay columns of L: below it the bookkeeping of a panel costs
 // more than the indices it saves.
 constexpr int kPanelWidth = 4;
+
+// Runs of at least this many columns of at most one entry are read from their copy.
+constexpr int kShortRun = 4;
 
 // A rectangle below a panel of at least kSplitRectangle entries is multiplied in pieces
 // side by side: rows of at least kLeastPiece (forward) or columns (backward), at most
@@ -110,6 +116,78 @@ inline double panelDot(const double* a, const double* b, int count) {
     }
     for (; k < count; ++k) s0 += a[k] * b[k];
     return (s0 + s1) + (s2 + s3);
+}
+
+// Calls visit(segment, first, after) for each run of short columns in column order: at
+// least kShortRun consecutive columns of one segment, outside every panel, each with at
+// most one entry, which is not a cross entry.
+template <class Visit>
+void forEachShortRun(const Supernodes& sn, const cs* L, Visit&& visit) {
+    const int* Lp = L->p;
+    const int* inner_end = sn.inner_end.get();
+    for (int g = 0; g < sn.segment_count; ++g) {
+        const Segment& segment = sn.segments[g];
+        int j = segment.lo;
+        for (int s = segment.panel_lo; s <= segment.panel_hi; ++s) {
+            const int gap_end = s < segment.panel_hi ? sn.first[s] : segment.hi;
+            while (j < gap_end) {
+                int e = j;
+                while (e < gap_end && Lp[e + 1] - Lp[e] <= 1 && inner_end[e] == Lp[e + 1]) ++e;
+                if (e - j >= kShortRun) visit(g, j, e);
+                j = e > j ? e : j + 1;
+            }
+            if (s < segment.panel_hi) j = sn.after[s];
+        }
+    }
+}
+
+// Fills the runs of short columns of p->panels and the segments' ranges of them.
+// Returns 0, or -1 when an array cannot be allocated.
+int findShortRuns(LinSysWork* p) {
+    Supernodes& sn = p->panels;
+    const cs* L = p->L;
+    int runs = 0;
+    std::int64_t columns = 0;
+    forEachShortRun(sn, L, [&](int, int first, int after) {
+        ++runs;
+        columns += after - first;
+    });
+    if (!sn.run_first.allocate(runs > 0 ? runs : 1) || !sn.run_start.allocate(runs + 1) ||
+        !sn.run_rows.allocate(columns > 0 ? columns : 1) || !sn.run_values.allocate(columns > 0 ? columns : 1)) {
+        return -1;
+    }
+    for (int g = 0; g < sn.segment_count; ++g) sn.segments[g].run_lo = sn.segments[g].run_hi = 0;
+    int k = 0, at = 0, last_segment = -1;
+    sn.run_start[0] = 0;
+    forEachShortRun(sn, L, [&](int g, int first, int after) {
+        if (g != last_segment) sn.segments[g].run_lo = k;
+        last_segment = g;
+        sn.segments[g].run_hi = k + 1;
+        sn.run_first[k] = first;
+        for (int j = first; j < after; ++j, ++at) {
+            const bool empty = L->p[j + 1] == L->p[j];
+            sn.run_rows[at] = empty ? j : L->i[L->p[j]];
+            sn.run_values[at] = empty ? -0.0 : L->x[L->p[j]];  // x(j) - (-0.0) x(j) is x(j), its sign kept
+        }
+        sn.run_start[++k] = at;
+    });
+    sn.run_count = runs;
+    return 0;
+}
+
+// The forward step of a run of short columns from column j: x -= L(:, j) x(j) for each,
+// then x(j) divided by its pivot with divide.
+void forwardShortRun(const int* rows, const double* values, int count, int j, const double* D, double* x, bool divide) {
+    for (int c = 0; c < count; ++c, ++j) {
+        const double xj = x[j];
+        x[rows[c]] -= values[c] * xj;
+        if (divide) x[j] = xj / D[j];
+    }
+}
+
+// The backward step of a run of short columns from column j, from its last column.
+void backwardShortRun(const int* rows, const double* values, int count, int j, double* x) {
+    for (int c = count - 1; c >= 0; --c) x[j + c] -= 0.0 + values[c] * x[rows[c]];  // a zero's sign as in a gather
 }
 
 }  // namespace
@@ -180,7 +258,7 @@ int buildSupernodes(LinSysWork* p) {
     sn.value_start[count] = value_at;
     sn.count = count;
     sn.largest_below = largest;
-    if (splitSubtrees(p) != 0) {
+    if (splitSubtrees(p) != 0 || findShortRuns(p) != 0) {
         sn = Supernodes{};
         return -1;
     }
@@ -199,12 +277,22 @@ void forwardSegment(const Supernodes& sn, const cs* L, const double* D, double* 
     const double* Lx = L->x;
     const int* inner_end = sn.inner_end.get();
     int j = segment.lo;
+    int run = segment.run_lo;
     for (int s = segment.panel_lo; s <= segment.panel_hi; ++s) {
         const int f = s < segment.panel_hi ? sn.first[s] : segment.hi;
-        for (; j < f; ++j) {
-            const double xj = x[j];
-            for (int q = Lp[j]; q < inner_end[j]; ++q) x[Li[q]] -= Lx[q] * xj;  // x -= L(:,j) x(j)
-            if (divide) x[j] = xj / D[j];
+        while (j < f) {
+            const int next = run < segment.run_hi && sn.run_first[run] < f ? sn.run_first[run] : f;
+            for (; j < next; ++j) {
+                const double xj = x[j];
+                for (int q = Lp[j]; q < inner_end[j]; ++q) x[Li[q]] -= Lx[q] * xj;  // x -= L(:,j) x(j)
+                if (divide) x[j] = xj / D[j];
+            }
+            if (j == f) break;
+            const int count = sn.run_start[run + 1] - sn.run_start[run];
+            forwardShortRun(sn.run_rows.get() + sn.run_start[run], sn.run_values.get() + sn.run_start[run], count, j, D, x,
+                            divide);
+            j += count;
+            ++run;
         }
         if (s == segment.panel_hi) break;
         const int* rows = sn.rows.get() + sn.row_start[s];
@@ -248,9 +336,19 @@ void backwardSegment(const Supernodes& sn, const cs* L, double* x, const Segment
     const int* Li = L->i;
     const double* Lx = L->x;
     int j = segment.hi - 1;
+    int run = segment.run_hi - 1;
     for (int s = segment.panel_hi - 1; s >= segment.panel_lo - 1; --s) {
         const int end = s >= segment.panel_lo ? sn.after[s] : segment.lo;
-        for (; j >= end; --j) x[j] -= gatherDot(Lx + Lp[j], Li + Lp[j], x, Lp[j + 1] - Lp[j]);
+        while (j >= end) {
+            const int count = run >= segment.run_lo ? sn.run_start[run + 1] - sn.run_start[run] : 0;
+            const int last = run >= segment.run_lo && sn.run_first[run] >= end ? sn.run_first[run] + count - 1 : end - 1;
+            for (; j > last; --j) x[j] -= gatherDot(Lx + Lp[j], Li + Lp[j], x, Lp[j + 1] - Lp[j]);
+            if (j < end) break;
+            backwardShortRun(sn.run_rows.get() + sn.run_start[run], sn.run_values.get() + sn.run_start[run], count,
+                             sn.run_first[run], x);
+            j = sn.run_first[run] - 1;
+            --run;
+        }
         if (s < segment.panel_lo) break;
         const int f = sn.first[s];
         const int* rows = sn.rows.get() + sn.row_start[s];

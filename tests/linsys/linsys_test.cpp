@@ -56,14 +56,17 @@ struct TestMatrix {
 };
 
 // About density m n entries in [-1, 1] in no row order; one row and one column (of two or
-// more) stay empty, and a few entries are stored zeros or stored twice.
+// more) stay empty, and a few entries are stored zeros or stored twice. With m >= 2n + 8 the
+// last n rows are -I instead, as for variables in a cone: rows of one entry each.
 TestMatrix randomMatrix(int m, int n, double density, std::uint32_t seed) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> value(-1.0, 1.0), chance(0.0, 1.0);
     const int empty_row = m >= 2 ? int(random() % m) : -1, empty_column = n >= 2 ? int(random() % n) : -1;
+    const int cone_rows = m >= 2 * n + 8 ? n : 0;
     Columns columns(n);
     for (int j = 0; j < n; ++j) {
-        for (int r = 0; r < m && j != empty_column; ++r) {
+        if (cone_rows > 0) columns[j].emplace_back(m - n + j, -1.0);
+        for (int r = 0; r < m - cone_rows && j != empty_column; ++r) {
             if (r == empty_row || chance(random) >= density) continue;
             const double draw = chance(random);
             columns[j].emplace_back(r, draw < 0.05 ? 0.0 : value(random));
@@ -210,7 +213,7 @@ TEST(LinSys, TranscriptOfWorkedCasesAndReportTexts) {
 TEST(ProjectionSolve, FactorsMatchLdlAndEveryStepSolvesMPlusQ) {
     std::uint32_t seed = 40;
     for (double rho_x : {1e-3, 1.0, 10.0}) {
-        for (const auto& shape : {std::pair{10, 4}, {3, 8}, {6, 6}, {30, 30}, {1, 1}, {0, 3}, {3, 0}}) {
+        for (const auto& shape : {std::pair{10, 4}, {3, 8}, {6, 6}, {30, 30}, {40, 16}, {1, 1}, {0, 3}, {3, 0}}) {
             const int m = shape.first, n = shape.second;
             for (int normalize : {0, 1}) {
                 SCOPED_TRACE(testing::Message() << m << "x" << n << " rho_x " << rho_x << " normalize " << normalize);
