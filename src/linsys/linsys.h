@@ -64,6 +64,7 @@ struct Segment {
 
 
 struct Supernodes {
+    OwnedArray<double> inverse_pivots;        // N: 1 / D, what the passes multiply by
     int count;                                // number of supernodes
     int largest_below;                        // the largest r, the length of a task's scratch
     OwnedArray<int> first;                    // count + 1: first column of each supernode, then N
@@ -199,8 +200,9 @@ int buildSupernodes(LinSysWork* p);
 int splitSubtrees(LinSysWork* p);
 
 // x = L'^-1 D^-1 L^-1 x in elimination order, over the panels of sn and the other columns
-// of L (N entries, D the pivots). Uses sn.scratch; allocates nothing.
-void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x);
+// of L (N entries; D^-1 as sn.inverse_pivots, a product instead of a division a row).
+// Uses sn.scratch; allocates nothing.
+void solvePanels(const Supernodes& sn, const cs* L, double* x);
 
 // L D L' = C, one row of L at a time, polling the interrupt flag before each row.
 // Lnz is the fill cursor (refilled from 0), Y an accumulator of N zeros that is left

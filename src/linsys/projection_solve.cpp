@@ -169,7 +169,7 @@ int projectFrom(double* t, Work* work, Load&& load) {
         for (int i = lo; i < mid; ++i) x[to[i]] = t[i] - shift * h[i];  // t -= (t'g / (g'h + 1)) h
         for (int i = mid; i < hi; ++i) x[to[i]] = -(t[i] - shift * h[i]);
     });
-    solvePanels(lin_sys->panels, lin_sys->L, lin_sys->diag.get(), x);  // initPriv made the panels
+    solvePanels(lin_sys->panels, lin_sys->L, x);  // initPriv made the panels
     forEachBlock(blocks, [=](int lo, int hi, int b) {
         double d0 = 0.0, d1 = 0.0;
         int k = lo;
@@ -212,7 +212,7 @@ int solveWithFactors(const SparseMatrix* /*A*/, const Settings* /*settings*/, Li
     // with the division by the pivot folded into the forward pass.
     for (int k = 0; k < N; ++k) x[k] = rhs[P[k]];
     if (lin_sys->panels.first) {
-        solvePanels(lin_sys->panels, L, D, x);
+        solvePanels(lin_sys->panels, L, x);
     } else {
         for (int j = 0; j < N; ++j) {
             const double xj = x[j];

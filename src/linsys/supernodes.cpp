@@ -176,12 +176,13 @@ int findShortRuns(LinSysWork* p) {
 }
 
 // The forward step of a run of short columns from column j: x -= L(:, j) x(j) for each,
-// then x(j) divided by its pivot with divide.
-void forwardShortRun(const int* rows, const double* values, int count, int j, const double* D, double* x, bool divide) {
+// then x(j) times its inverse pivot with divide.
+void forwardShortRun(const int* rows, const double* values, int count, int j, const double* Dinv, double* x,
+                     bool divide) {
     for (int c = 0; c < count; ++c, ++j) {
         const double xj = x[j];
         x[rows[c]] -= values[c] * xj;
-        if (divide) x[j] = xj / D[j];
+        if (divide) x[j] = xj * Dinv[j];
     }
 }
 
@@ -217,7 +218,7 @@ int buildSupernodes(LinSysWork* p) {
         }
         f = e;
     }
-    if (row_total > INT32_MAX || !sn.first.allocate(count + 1) || !sn.after.allocate(count) || !sn.row_start.allocate(count + 1) ||
+    if (row_total > INT32_MAX || !sn.inverse_pivots.allocate(N) || !sn.first.allocate(count + 1) || !sn.after.allocate(count) || !sn.row_start.allocate(count + 1) ||
         !sn.value_start.allocate(count + 1) || !sn.rows.allocate(row_total) || !sn.values.allocate(value_total, true)) {
         sn = Supernodes{};
         return -1;
@@ -254,6 +255,7 @@ int buildSupernodes(LinSysWork* p) {
         f = e;
     }
     sn.first[count] = N;
+    for (int j = 0; j < N; ++j) sn.inverse_pivots[j] = 1.0 / p->diag[j];
     sn.row_start[count] = row_at;
     sn.value_start[count] = value_at;
     sn.count = count;
@@ -269,9 +271,10 @@ namespace {
 
 // Forward step over a segment's columns: x(j) -= the updates of the columns before it in
 // the segment, then x = L^-1 x on the segment's rows and on the rows of inner_end and
-// rows_inside. With divide, each x(j) is divided by its pivot once its update is made.
-void forwardSegment(const Supernodes& sn, const cs* L, const double* D, double* x, const Segment& segment, bool divide,
-                    double* tmp) {
+// rows_inside. With divide, each x(j) is multiplied by its inverse pivot once its update is
+// made.
+void forwardSegment(const Supernodes& sn, const cs* L, double* x, const Segment& segment, bool divide, double* tmp) {
+    const double* Dinv = sn.inverse_pivots.get();
     const int* Lp = L->p;
     const int* Li = L->i;
     const double* Lx = L->x;
@@ -285,11 +288,11 @@ void forwardSegment(const Supernodes& sn, const cs* L, const double* D, double* 
             for (; j < next; ++j) {
                 const double xj = x[j];
                 for (int q = Lp[j]; q < inner_end[j]; ++q) x[Li[q]] -= Lx[q] * xj;  // x -= L(:,j) x(j)
-                if (divide) x[j] = xj / D[j];
+                if (divide) x[j] = xj * Dinv[j];
             }
             if (j == f) break;
             const int count = sn.run_start[run + 1] - sn.run_start[run];
-            forwardShortRun(sn.run_rows.get() + sn.run_start[run], sn.run_values.get() + sn.run_start[run], count, j, D, x,
+            forwardShortRun(sn.run_rows.get() + sn.run_start[run], sn.run_values.get() + sn.run_start[run], count, j, Dinv, x,
                             divide);
             j += count;
             ++run;
@@ -323,7 +326,7 @@ void forwardSegment(const Supernodes& sn, const cs* L, const double* D, double* 
         }
         for (int i = 0; i < r; ++i) x[rows[i]] -= tmp[i];
         if (divide) {
-            for (int k = 0; k < w; ++k) xs[k] /= D[f + k];
+            for (int k = 0; k < w; ++k) xs[k] *= Dinv[f + k];
         }
     }
 }
@@ -375,7 +378,8 @@ void backwardSegment(const Supernodes& sn, const cs* L, double* x, const Segment
 
 }  // namespace
 
-void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) {
+void solvePanels(const Supernodes& sn, const cs* L, double* x) {
+    const double* Dinv = sn.inverse_pivots.get();
     const Segment* segments = sn.segments.get();
     const int* task_first = sn.task_first.get();
     const int* task_segments = sn.task_segments.get();
@@ -387,7 +391,7 @@ void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) 
     // segments in order.
     forEachTask(sn.task_count, [&](int k) {
         for (int t = task_first[k]; t < task_first[k + 1]; ++t) {
-            forwardSegment(sn, L, D, x, segments[task_segments[t]], false, scratch + k * stride);
+            forwardSegment(sn, L, x, segments[task_segments[t]], false, scratch + k * stride);
         }
     });
     forEachTask(sn.cross_block_count, [&](int b) {
@@ -398,18 +402,19 @@ void solvePanels(const Supernodes& sn, const cs* L, const double* D, double* x) 
         }
     });
     for (int g = 0; g < sn.segment_count; ++g) {
-        if (segments[g].task < 0) forwardSegment(sn, L, D, x, segments[g], true, scratch);
+        if (segments[g].task < 0) forwardSegment(sn, L, x, segments[g], true, scratch);
     }
 
     // Backward: the other segments from the last, then the tasks side by side, each
-    // dividing a segment's columns by their pivots before solving it, last segment first.
+    // multiplying a segment's columns by their inverse pivots before solving it, last
+    // segment first.
     for (int g = sn.segment_count - 1; g >= 0; --g) {
         if (segments[g].task < 0) backwardSegment(sn, L, x, segments[g], scratch);
     }
     forEachTask(sn.task_count, [&](int k) {
         for (int t = task_first[k + 1] - 1; t >= task_first[k]; --t) {
             const Segment& segment = segments[task_segments[t]];
-            for (int j = segment.lo; j < segment.hi; ++j) x[j] /= D[j];
+            for (int j = segment.lo; j < segment.hi; ++j) x[j] *= Dinv[j];
             backwardSegment(sn, L, x, segment, scratch + k * stride);
         }
     });
