@@ -14,10 +14,16 @@
  *
  * Conventions: floating point values are 64-bit, integers signed 32-bit, array indices
  * zero-based. Times in Info are milliseconds. The solver never writes the caller's A, b
- * or c, reads no file and no environment variable, and creates no thread (a BLAS
- * implementation may have threads of its own). A solve runs on the calling thread and
- * keeps a little process-wide state (the interrupt flag, a vector of the full Broyden
- * direction): run one solve at a time in a process. While it runs, SIGINT (Ctrl-C) ends
+ * or c and reads no file. A solve runs on the calling thread and on a pool of worker
+ * threads that the library starts when a solve first needs them and keeps for the life of
+ * the process: as many threads in all as the environment variable KORVEX_THREADS says, or
+ * else the cores the process may run on. While a solve runs on more than one thread it
+ * holds OpenBLAS at one thread and puts the caller's setting back at the end. The results
+ * are the same bits on any number of threads when OpenBLAS runs on one thread in every
+ * solve (OPENBLAS_NUM_THREADS=1, or openblas_set_num_threads(1)): a threaded BLAS may sum
+ * in another order on one solver thread. A solve keeps a little process-wide state (the
+ * interrupt flag, the pool, a vector of the full Broyden direction): run one solve at a
+ * time in a process. While it runs, SIGINT (Ctrl-C) ends
  * it with status KORVEX_SIGINT.
  *
  * A minimal solve:
