@@ -62,7 +62,6 @@ struct Segment {
     int run_lo, run_hi;      // the runs of short columns inside, run_lo .. run_hi - 1
 };
 
-
 struct Supernodes {
     OwnedArray<double> inverse_pivots;        // N: 1 / D, what the passes multiply by
     int count;                                // number of supernodes
@@ -87,6 +86,8 @@ struct Supernodes {
     OwnedArray<int> cross_start;              // cross_row_count + 1
     OwnedArray<int> cross_column;             // the task column of each cross entry, increasing within a row
     OwnedArray<double> cross_value;           // its entry of L
+    int cross_block_count;                    // blocks of cross rows gathered side by side
+    OwnedArray<int> cross_block;              // cross_block_count + 1: block b is rows cross_block[b] .. cross_block[b + 1] - 1
     // Runs of consecutive columns outside every panel, within one segment, each column with
     // at most one entry and no cross entry: run k is the columns from run_first[k] on, whose
     // entries are run_rows and run_values [run_start[k] .. run_start[k + 1]), one a column.
@@ -97,8 +98,6 @@ struct Supernodes {
     OwnedArray<int> run_start;                // run_count + 1
     OwnedArray<int> run_rows;
     OwnedArray<double> run_values;
-    int cross_block_count;                    // blocks of cross rows gathered side by side
-    OwnedArray<int> cross_block;              // cross_block_count + 1: block b is rows cross_block[b] .. cross_block[b + 1] - 1
 };
 
 // A by rows (compressed rows, entries of a row in increasing column order): what makes
@@ -131,6 +130,18 @@ struct LinSysWork {
     long long solve_count;        // solves since set-up: what an iteration's steps cost, for the curious
     ~LinSysWork();                // releases L
 };
+
+// Calls visit(first, after) for each maximal run of at least `least` consecutive indices of
+// lo .. hi - 1 that all satisfy keep, in increasing order.
+template <class Keep, class Visit>
+void forEachRunWhere(int lo, int hi, int least, Keep&& keep, Visit&& visit) {
+    for (int i = lo; i < hi;) {
+        int e = i;
+        while (e < hi && keep(e)) ++e;
+        if (e - i >= least) visit(i, e);
+        i = e > i ? e : i + 1;
+    }
+}
 
 // ---- Sparse operator (A is m x n, compressed by columns) --------------------------
 

@@ -62,19 +62,12 @@ int buildRowCopy(const SparseMatrix* A, RowCopy* rows) {
     rows->m = m;
 
     // Runs of at least kSingleRun rows of one entry each, counted, then listed.
+    auto single = [start](int i) { return start[i + 1] - start[i] == 1; };
     int runs = 0;
-    auto forEachRun = [&](auto&& visit) {
-        for (int i = 0; i < m;) {
-            int e = i;
-            while (e < m && start[e + 1] - start[e] == 1) ++e;
-            if (e - i >= kSingleRun) visit(i, e);
-            i = e > i ? e : i + 1;
-        }
-    };
-    forEachRun([&](int, int) { ++runs; });
+    forEachRunWhere(0, m, kSingleRun, single, [&](int, int) { ++runs; });
     if (!rows->single_first.allocate(runs > 0 ? runs : 1) || !rows->single_after.allocate(runs > 0 ? runs : 1)) return -1;
     rows->single_count = 0;
-    forEachRun([&](int first, int after) {
+    forEachRunWhere(0, m, kSingleRun, single, [&](int first, int after) {
         rows->single_first[rows->single_count] = first;
         rows->single_after[rows->single_count++] = after;
     });

@@ -130,12 +130,9 @@ void forEachShortRun(const Supernodes& sn, const cs* L, Visit&& visit) {
         int j = segment.lo;
         for (int s = segment.panel_lo; s <= segment.panel_hi; ++s) {
             const int gap_end = s < segment.panel_hi ? sn.first[s] : segment.hi;
-            while (j < gap_end) {
-                int e = j;
-                while (e < gap_end && Lp[e + 1] - Lp[e] <= 1 && inner_end[e] == Lp[e + 1]) ++e;
-                if (e - j >= kShortRun) visit(g, j, e);
-                j = e > j ? e : j + 1;
-            }
+            forEachRunWhere(
+                j, gap_end, kShortRun, [&](int c) { return Lp[c + 1] - Lp[c] <= 1 && inner_end[c] == Lp[c + 1]; },
+                [&](int first, int after) { visit(g, first, after); });
             if (s < segment.panel_hi) j = sn.after[s];
         }
     }
@@ -156,7 +153,6 @@ int findShortRuns(LinSysWork* p) {
         !sn.run_rows.allocate(columns > 0 ? columns : 1) || !sn.run_values.allocate(columns > 0 ? columns : 1)) {
         return -1;
     }
-    for (int g = 0; g < sn.segment_count; ++g) sn.segments[g].run_lo = sn.segments[g].run_hi = 0;
     int k = 0, at = 0, last_segment = -1;
     sn.run_start[0] = 0;
     forEachShortRun(sn, L, [&](int g, int first, int after) {
@@ -218,8 +214,9 @@ int buildSupernodes(LinSysWork* p) {
         }
         f = e;
     }
-    if (row_total > INT32_MAX || !sn.inverse_pivots.allocate(N) || !sn.first.allocate(count + 1) || !sn.after.allocate(count) || !sn.row_start.allocate(count + 1) ||
-        !sn.value_start.allocate(count + 1) || !sn.rows.allocate(row_total) || !sn.values.allocate(value_total, true)) {
+    if (row_total > INT32_MAX || !sn.inverse_pivots.allocate(N) || !sn.first.allocate(count + 1) ||
+        !sn.after.allocate(count) || !sn.row_start.allocate(count + 1) || !sn.value_start.allocate(count + 1) ||
+        !sn.rows.allocate(row_total) || !sn.values.allocate(value_total, true)) {
         sn = Supernodes{};
         return -1;
     }
